@@ -1,0 +1,233 @@
+#include "test_support.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <sstream>
+#include <thread>
+
+#include "audio_ext.h"
+#include "host_test.h"
+
+namespace audiomw_test {
+
+ScratchRoot::ScratchRoot() {
+    const char* base = std::getenv("TMPDIR");
+    std::string tmpl = std::string(base && *base ? base : "/tmp") + "/audiomw-test-XXXXXX";
+    std::vector<char> buf(tmpl.begin(), tmpl.end());
+    buf.push_back('\0');
+    if (mkdtemp(buf.data()) == nullptr) {
+        ADD_FAILURE() << "mkdtemp failed: " << std::strerror(errno);
+        return;
+    }
+    m_dir = buf.data();
+    for (const char* sub : {"/var", "/tmp", "/cfg0", "/proc/asound/card4"}) {
+        std::filesystem::create_directories(m_dir + sub);
+    }
+    EXPECT_EQ(0, AUDIO_EXT_SetRootDir(m_dir.c_str()));
+}
+
+ScratchRoot::~ScratchRoot() {
+    AUDIO_EXT_SetRootDir("");
+    if (!m_dir.empty() && std::getenv("AUDIOMW_KEEP_SCRATCH") == nullptr) {
+        std::error_code ec;
+        std::filesystem::remove_all(m_dir, ec);
+    }
+}
+
+void ScratchRoot::SetMarker(const std::string& fixed, bool present) const {
+    std::string path = Path(fixed);
+    if (present) {
+        std::ofstream(path).flush();
+    } else {
+        std::remove(path.c_str());
+    }
+}
+
+LogCapture::LogCapture() {
+    UTIL_LOG_SetThreshold(7);
+    UTIL_LOG_SetSink(&LogCapture::Sink, this);
+}
+
+LogCapture::~LogCapture() {
+    UTIL_LOG_SetSink(nullptr, nullptr);
+    UTIL_LOG_SetThreshold(6);
+}
+
+void LogCapture::Sink(int level, const char* line, void* ctx) {
+    auto* self = static_cast<LogCapture*>(ctx);
+    std::lock_guard<std::mutex> lock(self->m_mutex);
+    self->m_lines.push_back({level, line ? line : ""});
+}
+
+std::vector<LogLine> LogCapture::Lines() const {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return m_lines;
+}
+
+std::vector<std::string> LogCapture::Messages() const {
+    std::vector<std::string> out;
+    for (const auto& l : Lines()) {
+        out.push_back(StripPrefix(l.text));
+    }
+    return out;
+}
+
+int LogCapture::Count(int level, const std::string& message) const {
+    int n = 0;
+    for (const auto& l : Lines()) {
+        if (l.level == level && StripPrefix(l.text) == message) {
+            n++;
+        }
+    }
+    return n;
+}
+
+int LogCapture::CountContaining(const std::string& fragment) const {
+    int n = 0;
+    for (const auto& l : Lines()) {
+        if (StripPrefix(l.text).find(fragment) != std::string::npos) {
+            n++;
+        }
+    }
+    return n;
+}
+
+int LogCapture::IndexOf(const std::string& message, int from) const {
+    auto lines = Messages();
+    for (int i = from; i < static_cast<int>(lines.size()); i++) {
+        if (lines[i] == message) {
+            return i;
+        }
+    }
+    return -1;
+}
+
+void LogCapture::Clear() {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_lines.clear();
+}
+
+std::string StripPrefix(const std::string& line) {
+    if (line.size() > 1 && line[0] == '[') {
+        size_t end = line.find("] ");
+        if (end != std::string::npos) {
+            return line.substr(end + 2);
+        }
+    }
+    return line;
+}
+
+StdoutCapture::StdoutCapture() {
+    const char* base = std::getenv("TMPDIR");
+    std::string tmpl = std::string(base && *base ? base : "/tmp") + "/audiomw-stdout-XXXXXX";
+    std::vector<char> buf(tmpl.begin(), tmpl.end());
+    buf.push_back('\0');
+    int fd = mkstemp(buf.data());
+    if (fd < 0) {
+        ADD_FAILURE() << "mkstemp failed";
+        m_stopped = true;
+        return;
+    }
+    m_path = buf.data();
+    std::fflush(stdout);
+    m_savedFd = dup(STDOUT_FILENO);
+    dup2(fd, STDOUT_FILENO);
+    ::close(fd);
+}
+
+StdoutCapture::~StdoutCapture() {
+    Stop();
+}
+
+std::string StdoutCapture::Peek() {
+    if (m_stopped) {
+        return m_text;
+    }
+    std::fflush(stdout);
+    std::ifstream in(m_path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+std::string StdoutCapture::Stop() {
+    if (m_stopped) {
+        return m_text;
+    }
+    m_text = Peek();
+    dup2(m_savedFd, STDOUT_FILENO);
+    ::close(m_savedFd);
+    std::remove(m_path.c_str());
+    m_stopped = true;
+    return m_text;
+}
+
+int16_t PatternSample(uint32_t seed, int channel, uint32_t frame) {
+    uint32_t v = seed * 0x9E3779B1u + static_cast<uint32_t>(channel) * 0x85EBCA77u + frame * 0xC2B2AE3Du;
+    v ^= v >> 15;
+    v *= 0x2C1B3C6Du;
+    v ^= v >> 12;
+    return static_cast<int16_t>(v & 0xFFFF);
+}
+
+std::vector<uint8_t> MakePattern(int channels, uint32_t frames, uint32_t seed, uint32_t firstFrame) {
+    std::vector<int16_t> samples;
+    samples.reserve(static_cast<size_t>(channels) * frames);
+    for (uint32_t f = 0; f < frames; f++) {
+        for (int c = 0; c < channels; c++) {
+            samples.push_back(PatternSample(seed, c, firstFrame + f));
+        }
+    }
+    return ToBytes(samples);
+}
+
+std::vector<uint8_t> ReadFileBytes(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::vector<uint8_t>(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+void WriteFileBytes(const std::string& path, const std::vector<uint8_t>& bytes) {
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+}
+
+bool FileExists(const std::string& path) {
+    return access(path.c_str(), F_OK) == 0;
+}
+
+std::vector<uint8_t> ToBytes(const std::vector<int16_t>& samples) {
+    std::vector<uint8_t> out(samples.size() * 2);
+    for (size_t i = 0; i < samples.size(); i++) {
+        uint16_t u = static_cast<uint16_t>(samples[i]);
+        out[2 * i] = static_cast<uint8_t>(u & 0xFF);
+        out[2 * i + 1] = static_cast<uint8_t>(u >> 8);
+    }
+    return out;
+}
+
+std::vector<int16_t> ToSamples(const std::vector<uint8_t>& bytes) {
+    std::vector<int16_t> out(bytes.size() / 2);
+    for (size_t i = 0; i < out.size(); i++) {
+        out[i] = static_cast<int16_t>(static_cast<uint16_t>(bytes[2 * i] | (bytes[2 * i + 1] << 8)));
+    }
+    return out;
+}
+
+bool WaitFor(const std::function<bool()>& done, std::chrono::milliseconds timeout) {
+    auto deadline = std::chrono::steady_clock::now() + timeout;
+    while (!done()) {
+        if (std::chrono::steady_clock::now() >= deadline) {
+            return done();
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return true;
+}
+
+}  // namespace audiomw_test

@@ -1,0 +1,114 @@
+// Shared helpers of the test programs: a scratch root per test case, log and standard
+// output capture, byte patterns, files and deadline waits.
+#ifndef AUDIOMW_TESTS_SUPPORT_TEST_SUPPORT_H
+#define AUDIOMW_TESTS_SUPPORT_TEST_SUPPORT_H
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace audiomw_test {
+
+// A fresh directory tree (var/, tmp/, cfg0/, proc/asound/card4/) installed as the
+// library's root directory for the lifetime of the object, removed afterwards.
+class ScratchRoot {
+public:
+    ScratchRoot();
+    ~ScratchRoot();
+    ScratchRoot(const ScratchRoot&) = delete;
+    ScratchRoot& operator=(const ScratchRoot&) = delete;
+
+    const std::string& Dir() const { return m_dir; }
+    // Dir() + fixed, e.g. Path("/var/debuglog").
+    std::string Path(const std::string& fixed) const { return m_dir + fixed; }
+    // Creates (or removes) the marker file `fixed` under the root.
+    void SetMarker(const std::string& fixed, bool present = true) const;
+
+private:
+    std::string m_dir;
+};
+
+struct LogLine {
+    int level;
+    std::string text;  // prefix and message exactly as logged
+};
+
+// Captures every line logged through the host library while alive (threshold 7).
+class LogCapture {
+public:
+    LogCapture();
+    ~LogCapture();
+    LogCapture(const LogCapture&) = delete;
+    LogCapture& operator=(const LogCapture&) = delete;
+
+    std::vector<LogLine> Lines() const;
+    // Messages with the "[func:line] " prefix removed.
+    std::vector<std::string> Messages() const;
+    // Lines whose message (prefix removed) equals `message` and whose level matches.
+    int Count(int level, const std::string& message) const;
+    bool Has(int level, const std::string& message) const { return Count(level, message) > 0; }
+    // Lines whose message contains `fragment`, at any level.
+    int CountContaining(const std::string& fragment) const;
+    // Index of the first line with this message at or after `from`, -1 if none.
+    int IndexOf(const std::string& message, int from = 0) const;
+    void Clear();
+
+private:
+    static void Sink(int level, const char* line, void* ctx);
+    mutable std::mutex m_mutex;
+    std::vector<LogLine> m_lines;
+};
+
+// Removes a "[func:line] " prefix.
+std::string StripPrefix(const std::string& line);
+
+// Redirects standard output (fd 1) into a file until Stop() or destruction.
+class StdoutCapture {
+public:
+    StdoutCapture();
+    ~StdoutCapture();
+    StdoutCapture(const StdoutCapture&) = delete;
+    StdoutCapture& operator=(const StdoutCapture&) = delete;
+    // Restores fd 1 and returns everything written meanwhile.
+    std::string Stop();
+    // What was written so far, without stopping.
+    std::string Peek();
+
+private:
+    int m_savedFd = -1;
+    std::string m_path;
+    bool m_stopped = false;
+    std::string m_text;
+};
+
+// Deterministic interleaved 16-bit pattern: sample of (channel, frame) derived from
+// seed, channel and frame so that every sample of a buffer is distinct in practice.
+int16_t PatternSample(uint32_t seed, int channel, uint32_t frame);
+std::vector<uint8_t> MakePattern(int channels, uint32_t frames, uint32_t seed = 1, uint32_t firstFrame = 0);
+
+std::vector<uint8_t> ReadFileBytes(const std::string& path);
+void WriteFileBytes(const std::string& path, const std::vector<uint8_t>& bytes);
+bool FileExists(const std::string& path);
+
+// Samples <-> bytes (little-endian 16-bit).
+std::vector<uint8_t> ToBytes(const std::vector<int16_t>& samples);
+std::vector<int16_t> ToSamples(const std::vector<uint8_t>& bytes);
+
+// Polls `done` until it returns true or `timeout` passes; returns its last answer.
+bool WaitFor(const std::function<bool()>& done, std::chrono::milliseconds timeout = std::chrono::seconds(10));
+
+// Fixture most library tests use: a scratch root and a log capture per test case.
+class AudioTest : public ::testing::Test {
+protected:
+    ScratchRoot root;
+    LogCapture log;
+};
+
+}  // namespace audiomw_test
+
+#endif  // AUDIOMW_TESTS_SUPPORT_TEST_SUPPORT_H
