@@ -9,11 +9,11 @@
 
 #define AUDIO_LOG_PREFIX_LEN 256
 
-#define AUDIO_LOG(level, fmt, ...)                                                          \
-    do {                                                                                    \
-        char acLogPrefix_[AUDIO_LOG_PREFIX_LEN] = {0};                                      \
+#define AUDIO_LOG(level, fmt, ...)                                                         \
+    do {                                                                                   \
+        char acLogPrefix_[AUDIO_LOG_PREFIX_LEN] = {0};                                     \
         std::snprintf(acLogPrefix_, sizeof(acLogPrefix_), "[%s:%d] ", __func__, __LINE__); \
-        UTIL_LOG_Print((level), acLogPrefix_, fmt, ##__VA_ARGS__);                          \
+        UTIL_LOG_Print((level), acLogPrefix_, fmt, ##__VA_ARGS__);                         \
     } while (0)
 
 #define AUDIO_LOGE(fmt, ...) AUDIO_LOG(UTIL_LOG_ERR, fmt, ##__VA_ARGS__)

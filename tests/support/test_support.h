@@ -17,7 +17,7 @@ namespace audiomw_test {
 // A fresh directory tree (var/, tmp/, cfg0/, proc/asound/card4/) installed as the
 // library's root directory for the lifetime of the object, removed afterwards.
 class ScratchRoot {
-public:
+  public:
     ScratchRoot();
     ~ScratchRoot();
     ScratchRoot(const ScratchRoot&) = delete;
@@ -29,7 +29,7 @@ public:
     // Creates (or removes) the marker file `fixed` under the root.
     void SetMarker(const std::string& fixed, bool present = true) const;
 
-private:
+  private:
     std::string m_dir;
 };
 
@@ -40,7 +40,7 @@ struct LogLine {
 
 // Captures every line logged through the host library while alive (threshold 7).
 class LogCapture {
-public:
+  public:
     LogCapture();
     ~LogCapture();
     LogCapture(const LogCapture&) = delete;
@@ -58,7 +58,7 @@ public:
     int IndexOf(const std::string& message, int from = 0) const;
     void Clear();
 
-private:
+  private:
     static void Sink(int level, const char* line, void* ctx);
     mutable std::mutex m_mutex;
     std::vector<LogLine> m_lines;
@@ -69,7 +69,7 @@ std::string StripPrefix(const std::string& line);
 
 // Redirects standard output (fd 1) into a file until Stop() or destruction.
 class StdoutCapture {
-public:
+  public:
     StdoutCapture();
     ~StdoutCapture();
     StdoutCapture(const StdoutCapture&) = delete;
@@ -79,7 +79,7 @@ public:
     // What was written so far, without stopping.
     std::string Peek();
 
-private:
+  private:
     int m_savedFd = -1;
     std::string m_path;
     bool m_stopped = false;
@@ -104,7 +104,7 @@ bool WaitFor(const std::function<bool()>& done, std::chrono::milliseconds timeou
 
 // Fixture most library tests use: a scratch root and a log capture per test case.
 class AudioTest : public ::testing::Test {
-protected:
+  protected:
     ScratchRoot root;
     LogCapture log;
 };
