@@ -17,6 +17,19 @@ void UTIL_LOG_SetThreshold(int s32Level);
 void BSP_SetGpioOverride(int s32Gpio, int s32Value);
 // Drops every override.
 void BSP_ClearGpioOverrides(void);
+// Directory holding the gpio<n>/value files BSP_GetGpioValue reads (default
+// "/sys/class/gpio"); null restores the default.
+void BSP_SetGpioSysfsRoot(const char* pcDir);
+
+// Makes a thread start of the host library (a pool worker in UTIL_PF_Create, the thread
+// of UTIL_THREAD_Create) fail once, after s32After further starts have succeeded;
+// negative cancels a pending failure.
+void UTIL_SetThreadStartFault(int s32After);
+
+// Pools not yet freed: a pool destroyed without waiting is freed by its last worker.
+int UTIL_PF_GetLiveCount(void);
+// Helper threads (UTIL_THREAD_Create) whose loop has not yet ended.
+int UTIL_THREAD_GetLiveCount(void);
 }
 
 #endif  // AUDIOMW_HOST_TEST_H
