@@ -1,0 +1,110 @@
+// Rematrix kernels: the reference against the mapping rule written out here, and every
+// optimised kernel against the reference, byte for byte, over shapes, frame counts that
+// straddle the vector widths, and misaligned buffers.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstring>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "convert/rematrix_kernel.h"
+#include "test_support.h"
+
+namespace {
+
+using audiomw_test::MakePattern;
+
+using Kernel = std::function<void(const unsigned char*, unsigned char*, int, int, int)>;
+
+const int kFrameCounts[] = {1, 2, 3, 7, 8, 9, 15, 16, 17, 31, 32, 33, 63, 64, 65, 255, 256, 960};
+const size_t kGuard = 40;
+const uint8_t kGuardByte = 0xC3;
+
+// Output channel c of frame f: input channel c mod inChn when widening, c when narrowing.
+std::vector<uint8_t> ByRule(const std::vector<uint8_t>& in, int frames, int inChn, int outChn) {
+    std::vector<uint8_t> out(size_t(frames) * outChn * 2);
+    for (int f = 0; f < frames; f++) {
+        for (int c = 0; c < outChn; c++) {
+            int src = inChn <= outChn ? c % inChn : c;
+            std::memcpy(&out[(size_t(f) * outChn + c) * 2], &in[(size_t(f) * inChn + src) * 2], 2);
+        }
+    }
+    return out;
+}
+
+// Runs `kernel` with the input at byte offset inOffset and the output at outOffset, and
+// returns the output bytes followed by the guard bytes after them.
+std::vector<uint8_t> RunKernel(const Kernel& kernel, const std::vector<uint8_t>& in, int frames, int inChn,
+                               int outChn, size_t inOffset, size_t outOffset) {
+    std::vector<uint8_t> inBuf(inOffset + in.size());
+    std::memcpy(inBuf.data() + inOffset, in.data(), in.size());
+    const size_t outBytes = size_t(frames) * outChn * 2;
+    std::vector<uint8_t> outBuf(outOffset + outBytes + kGuard, kGuardByte);
+    kernel(inBuf.data() + inOffset, outBuf.data() + outOffset, frames, inChn, outChn);
+    return std::vector<uint8_t>(outBuf.begin() + outOffset, outBuf.end());
+}
+
+std::vector<uint8_t> WithGuard(std::vector<uint8_t> bytes) {
+    bytes.insert(bytes.end(), kGuard, kGuardByte);
+    return bytes;
+}
+
+TEST(RematrixReference, FollowsTheMappingRule) {
+    for (int inChn = 1; inChn <= 8; inChn++) {
+        for (int outChn = 0; outChn <= 8; outChn++) {
+            for (int frames : {1, 5, 64}) {
+                std::vector<uint8_t> in = MakePattern(inChn, frames, uint32_t(inChn * 16 + outChn));
+                EXPECT_EQ(RunKernel(audiomw::RematrixReference, in, frames, inChn, outChn, 0, 0),
+                          WithGuard(ByRule(in, frames, inChn, outChn)))
+                    << inChn << "=>" << outChn << " frames " << frames;
+            }
+        }
+    }
+}
+
+void ExpectEqualToReference(const Kernel& kernel, const char* name) {
+    for (int inChn = 1; inChn <= 8; inChn++) {
+        for (int outChn = 0; outChn <= 8; outChn++) {
+            for (int frames : kFrameCounts) {
+                std::vector<uint8_t> in =
+                    MakePattern(inChn, frames, uint32_t(frames * 64 + inChn * 8 + outChn));
+                std::vector<uint8_t> expected =
+                    RunKernel(audiomw::RematrixReference, in, frames, inChn, outChn, 0, 0);
+                for (size_t inOffset : {0, 1, 2, 6}) {
+                    for (size_t outOffset : {0, 1, 3}) {
+                        ASSERT_EQ(RunKernel(kernel, in, frames, inChn, outChn, inOffset, outOffset), expected)
+                            << name << " " << inChn << "=>" << outChn << " frames " << frames << " offsets "
+                            << inOffset << "/" << outOffset;
+                    }
+                }
+            }
+        }
+    }
+}
+
+TEST(RematrixKernels, PortableEqualsReference) {
+    ExpectEqualToReference(audiomw::RematrixPortable, "portable");
+}
+
+TEST(RematrixKernels, FastEqualsReference) {
+    ExpectEqualToReference(audiomw::RematrixFast, "fast");
+}
+
+#if defined(__x86_64__)
+TEST(RematrixKernels, Avx2EqualsReference) {
+    if (!audiomw::RematrixHasAvx2()) {
+        GTEST_SKIP() << "processor without AVX2";
+    }
+    Kernel avx2OrPortable = [](const unsigned char* in, unsigned char* out, int frames, int inChn,
+                               int outChn) {
+        if (!audiomw::RematrixAvx2(in, out, frames, inChn, outChn)) {
+            audiomw::RematrixPortable(in, out, frames, inChn, outChn);
+        }
+    };
+    ExpectEqualToReference(avx2OrPortable, "avx2");
+}
+#endif
+
+}  // namespace
