@@ -1,0 +1,55 @@
+// ASTREAM_NODE_S (declared in audio_astream.h) and the small helpers every node type
+// shares: the enable flag, read and written from different threads, and the
+// channel-block geometry of the owning stream.
+#ifndef AUDIOMW_SRC_ASTREAM_ASTREAM_NODE_H
+#define AUDIOMW_SRC_ASTREAM_ASTREAM_NODE_H
+
+#include <cstdint>
+
+#include "audio_astream.h"
+
+namespace audiomw {
+namespace astream {
+
+// _mbEnable is written by the control thread (dump enable, destroy) while workers test
+// it without the node mutex: one 32-bit atomic access each way.
+inline bool NodeEnabled(const ASTREAM_NODE_S* pstNode) {
+    return __atomic_load_n(&pstNode->_mbEnable, __ATOMIC_RELAXED) != ZN_FALSE;
+}
+
+inline void NodeSetEnable(ASTREAM_NODE_S* pstNode, tagZN_BOOL bEnable) {
+    __atomic_store_n(&pstNode->_mbEnable, bEnable, __ATOMIC_RELAXED);
+}
+
+// The owning stream's id, -1 for a node without a stream (log lines only).
+inline int StreamId(const ASTREAM_NODE_S* pstNode) {
+    return pstNode->_mpHandler != nullptr ? pstNode->_mpHandler->s32StreamId : -1;
+}
+
+// The stream's channel count, 0 for a node without a stream.
+inline int StreamChannels(const ASTREAM_NODE_S* pstNode) {
+    return pstNode->_mpHandler != nullptr ? pstNode->_mpHandler->s32Chn : 0;
+}
+
+// Bytes of one channel block: u32BufLen / s32Chn, 0 when the stream has no channels.
+inline uint32_t StreamBlockSize(const ASTREAM_NODE_S* pstNode) {
+    int s32Chn = StreamChannels(pstNode);
+    return s32Chn > 0 ? pstNode->_mpHandler->u32BufLen / static_cast<uint32_t>(s32Chn) : 0;
+}
+
+// True when the group [s64Offset, s64Offset + s64Count) of channel blocks lies within
+// the stream's s32Chn blocks. Arithmetic in 64 bits, so no record value can overflow it.
+inline bool GroupWithin(int64_t s64Offset, int64_t s64Count, int s32Chn) {
+    return s64Offset >= 0 && s64Count >= 0 && s64Offset + s64Count <= s32Chn;
+}
+
+// Split and merge records: o >= 0, a >= 0, b >= 0, a + b >= 1, o + a + b <= s32Chn.
+inline bool SplitMergeValid(int s32Offset, int s32CntA, int s32CntB, int s32Chn) {
+    return s32CntA >= 0 && s32CntB >= 0 && static_cast<int64_t>(s32CntA) + s32CntB >= 1 &&
+           GroupWithin(s32Offset, static_cast<int64_t>(s32CntA) + s32CntB, s32Chn);
+}
+
+}  // namespace astream
+}  // namespace audiomw
+
+#endif  // AUDIOMW_SRC_ASTREAM_ASTREAM_NODE_H

@@ -1,0 +1,67 @@
+#include "astream_split_node.h"
+
+#include <cstdint>
+#include <cstring>
+
+#include "astream_channel_kernels.h"
+#include "astream_node.h"
+#include "audio_log.h"
+
+using audiomw::astream::NodeEnabled;
+using audiomw::astream::NodeSetEnable;
+using audiomw::astream::SplitMergeValid;
+using audiomw::astream::StreamBlockSize;
+using audiomw::astream::StreamChannels;
+using audiomw::astream::StreamId;
+
+ASTREAM_SPLIT_NODE_S::ASTREAM_SPLIT_NODE_S() : _mstAttr() {}
+
+ASTREAM_SPLIT_NODE_S::~ASTREAM_SPLIT_NODE_S() {}
+
+int ASTREAM_SPLIT_NODE_S::init(void* pAttr) {
+    if (pAttr == nullptr) {
+        NodeSetEnable(this, ZN_FALSE);
+        return -1;
+    }
+    std::memcpy(&_mstAttr, pAttr, sizeof(_mstAttr));
+    AUDIO_LOGD("%d, SPLIT node\n", __LINE__);
+    int s32Chn = StreamChannels(this);
+    if (!SplitMergeValid(_mstAttr.s32ChnOffset, _mstAttr.s32ChnCntA, _mstAttr.s32ChnCntB, s32Chn)) {
+        AUDIO_LOGE("ASTREAM[%d] SPLIT node refused: offset %d, cnt a %d, cnt b %d outside %d channels",
+                   StreamId(this), _mstAttr.s32ChnOffset, _mstAttr.s32ChnCntA, _mstAttr.s32ChnCntB, s32Chn);
+        // Kept in the pipeline but never run: the record would address memory outside the buffers.
+        NodeSetEnable(this, ZN_FALSE);
+        return -1;
+    }
+    return 0;
+}
+
+int ASTREAM_SPLIT_NODE_S::destroy() {
+    NodeSetEnable(this, ZN_FALSE);
+    return 0;
+}
+
+int ASTREAM_SPLIT_NODE_S::process(char* pIn, char* pOut, bool& bInPlace) {
+    int s32Chn = StreamChannels(this);
+    if (!NodeEnabled(this) ||
+        !SplitMergeValid(_mstAttr.s32ChnOffset, _mstAttr.s32ChnCntA, _mstAttr.s32ChnCntB, s32Chn)) {
+        return -1;
+    }
+    const size_t u32Block = StreamBlockSize(this);
+    const uint32_t u32Frames = static_cast<uint32_t>(u32Block / 2);
+    const uint32_t u32Offset = static_cast<uint32_t>(_mstAttr.s32ChnOffset);
+    const uint32_t u32CntA = static_cast<uint32_t>(_mstAttr.s32ChnCntA);
+    const uint32_t u32CntB = static_cast<uint32_t>(_mstAttr.s32ChnCntB);
+    uint8_t* pu8In = reinterpret_cast<uint8_t*>(pIn);
+    uint8_t* pu8Out = reinterpret_cast<uint8_t*>(pOut);
+    audiomw::astream::SplitFrames(pu8In + u32Offset * u32Block, pu8Out + u32Offset * u32Block,
+                                  pu8Out + (u32Offset + u32CntA) * u32Block, u32Frames, u32CntA, u32CntB);
+    bInPlace = audiomw::astream::CompleteGroupRewrite(pu8In, pu8Out, u32Offset, u32CntA + u32CntB,
+                                                      static_cast<uint32_t>(s32Chn), u32Block);
+    return 0;
+}
+
+int ASTREAM_SPLIT_NODE_S::setCfg(ASTREAM_OUTPUT_ATTR_S stAttr) {
+    (void)stAttr;
+    return 0;
+}

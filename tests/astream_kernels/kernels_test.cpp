@@ -1,0 +1,188 @@
+// The kernels the channel nodes run against their reference versions, byte for byte:
+// every channel-count pair up to and past the specialised range, frame counts around
+// vector widths, unaligned buffers, full-range samples, and mixin targets that overlap
+// the averaged group.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstring>
+#include <random>
+#include <vector>
+
+#include "astream_channel_kernels.h"
+
+namespace {
+
+using namespace audiomw::astream;
+
+constexpr uint32_t kMaxCnt = 11;  // past the specialised range, so the fallback runs too
+const uint32_t kFrames[] = {0, 1, 2, 3, 7, 8, 9, 15, 16, 17, 31, 33, 160, 256};
+
+std::vector<uint8_t> Random(size_t n, std::mt19937& rng) {
+    std::vector<uint8_t> v(n);
+    for (auto& b : v) {
+        b = static_cast<uint8_t>(rng());
+    }
+    return v;
+}
+
+// Buffers start one byte into their storage, so no sample is 2-byte aligned.
+constexpr size_t kSkew = 1;
+
+TEST(ChannelKernels, SplitEqualsReference) {
+    std::mt19937 rng(1);
+    for (uint32_t a = 0; a <= kMaxCnt; a++) {
+        for (uint32_t b = 0; b <= kMaxCnt; b++) {
+            for (uint32_t frames : kFrames) {
+                SCOPED_TRACE(testing::Message() << "a=" << a << " b=" << b << " frames=" << frames);
+                const size_t lenA = a * frames * 2, lenB = b * frames * 2;
+                std::vector<uint8_t> src = Random(lenA + lenB + kSkew, rng);
+                std::vector<uint8_t> fast = Random(lenA + lenB + 2 * kSkew, rng), ref = fast;
+                SplitFrames(src.data() + kSkew, fast.data() + kSkew, fast.data() + kSkew + lenA, frames, a,
+                            b);
+                SplitFramesRef(src.data() + kSkew, ref.data() + kSkew, ref.data() + kSkew + lenA, frames, a,
+                               b);
+                ASSERT_EQ(ref, fast);
+            }
+        }
+    }
+}
+
+TEST(ChannelKernels, MergeEqualsReference) {
+    std::mt19937 rng(2);
+    for (uint32_t a = 0; a <= kMaxCnt; a++) {
+        for (uint32_t b = 0; b <= kMaxCnt; b++) {
+            for (uint32_t frames : kFrames) {
+                SCOPED_TRACE(testing::Message() << "a=" << a << " b=" << b << " frames=" << frames);
+                const size_t lenA = a * frames * 2, lenB = b * frames * 2;
+                std::vector<uint8_t> src = Random(lenA + lenB + kSkew, rng);
+                std::vector<uint8_t> fast = Random(lenA + lenB + 2 * kSkew, rng), ref = fast;
+                MergeFrames(src.data() + kSkew, src.data() + kSkew + lenA, fast.data() + kSkew, frames, a, b);
+                MergeFramesRef(src.data() + kSkew, src.data() + kSkew + lenA, ref.data() + kSkew, frames, a,
+                               b);
+                ASSERT_EQ(ref, fast);
+            }
+        }
+    }
+}
+
+// The reference's definition on a tiny case: frames (1,2,3) split 1 + 2.
+TEST(ChannelKernels, ReferenceSplitAndMergeDefinition) {
+    const int16_t frames[] = {1, 2, 3, 4, 5, 6};
+    int16_t a[2] = {}, b[4] = {};
+    SplitFramesRef(reinterpret_cast<const uint8_t*>(frames), reinterpret_cast<uint8_t*>(a),
+                   reinterpret_cast<uint8_t*>(b), 2, 1, 2);
+    EXPECT_EQ(1, a[0]);
+    EXPECT_EQ(4, a[1]);
+    EXPECT_EQ((std::vector<int16_t>{2, 3, 5, 6}), std::vector<int16_t>(b, b + 4));
+    int16_t back[6] = {};
+    MergeFramesRef(reinterpret_cast<const uint8_t*>(a), reinterpret_cast<const uint8_t*>(b),
+                   reinterpret_cast<uint8_t*>(back), 2, 1, 2);
+    EXPECT_EQ(0, std::memcmp(frames, back, sizeof(back)));
+}
+
+// Full-range samples, including every extreme, for every group size; the target sits
+// before, after and inside the group in one buffer.
+TEST(ChannelKernels, MixinEqualsReference) {
+    std::mt19937 rng(3);
+    const int16_t extremes[] = {-32768, -32767, -1, 0, 1, 32766, 32767};
+    for (uint32_t c = 0; c <= kMaxCnt; c++) {
+        for (uint32_t frames : kFrames) {
+            const size_t block = frames * 2;
+            const uint32_t blocks = c + 2;  // room for a target before and after the group
+            for (uint32_t t = 0; t < blocks; t++) {
+                SCOPED_TRACE(testing::Message() << "c=" << c << " frames=" << frames << " target=" << t);
+                std::vector<uint8_t> fast = Random(blocks * block + kSkew, rng);
+                for (size_t i = 0; i + 1 < fast.size(); i += 2) {
+                    if (rng() % 4 == 0) {
+                        std::memcpy(&fast[i], &extremes[rng() % 7], 2);
+                    }
+                }
+                std::vector<uint8_t> ref = fast;
+                uint8_t* base = fast.data() + kSkew;
+                MixinFrames(base + t * block, base + block, frames, c);
+                MixinFramesRef(ref.data() + kSkew + t * block, ref.data() + kSkew + block, frames, c);
+                ASSERT_EQ(ref, fast);
+            }
+        }
+    }
+}
+
+TEST(ChannelKernels, MixinTruncatesTowardZero) {
+    struct {
+        std::vector<int16_t> frame;  // target, then the group's samples
+        int16_t expect;
+    } const cases[] = {
+        {{30, 1, 2}, 11},
+        {{-7, 0, 0}, -2},
+        {{-8, 0, 0}, -2},
+        {{7, 0, 0}, 2},
+        {{-1, 0}, 0},
+        {{-32768, -32768, -32768}, -32768},
+        {{32767, 32767}, 32767},
+        {{-32768, 32767, 32767}, 10922},
+    };
+    for (const auto& k : cases) {
+        std::vector<int16_t> buf = k.frame;
+        const uint32_t c = static_cast<uint32_t>(buf.size() - 1);
+        MixinFrames(reinterpret_cast<uint8_t*>(buf.data()), reinterpret_cast<uint8_t*>(buf.data() + 1), 1, c);
+        EXPECT_EQ(k.expect, buf[0]);
+    }
+}
+
+// Every sum a frame can reach, for every group size: the kernel's quotient equals the
+// integer division truncated toward zero (the specialised kernels divide by multiplying).
+TEST(ChannelKernels, MixinQuotientIsExactForEveryReachableSum) {
+    for (uint32_t c = 1; c <= kMaxCnt; c++) {
+        SCOPED_TRACE(c);
+        const int32_t lo = -32768 * int32_t(c + 1), hi = 32767 * int32_t(c + 1);
+        const uint32_t frames = uint32_t(hi - lo + 1);
+        std::vector<int16_t> target(frames), group(size_t(frames) * c);
+        for (uint32_t f = 0; f < frames; f++) {
+            int32_t rest = lo + int32_t(f);
+            auto take = [&rest]() {
+                int32_t v = rest < -32768 ? -32768 : (rest > 32767 ? 32767 : rest);
+                rest -= v;
+                return int16_t(v);
+            };
+            target[f] = take();
+            for (uint32_t j = 0; j < c; j++) {
+                group[size_t(f) * c + j] = take();
+            }
+        }
+        MixinFrames(reinterpret_cast<uint8_t*>(target.data()), reinterpret_cast<const uint8_t*>(group.data()),
+                    frames, c);
+        for (uint32_t f = 0; f < frames; f++) {
+            const int32_t sum = lo + int32_t(f);
+            if (target[f] != sum / int32_t(c + 1)) {
+                FAIL() << "sum " << sum << " gave " << target[f];
+            }
+        }
+    }
+}
+
+// Both completion branches: a small group goes back into pIn, a large one has the rest
+// copied around it into pOut.
+TEST(ChannelKernels, CompleteGroupRewriteCopiesTheCheaperWay) {
+    const size_t block = 4;
+    std::vector<uint8_t> in(8 * block), out(8 * block);
+    for (size_t i = 0; i < in.size(); i++) {
+        in[i] = static_cast<uint8_t>(i);
+        out[i] = static_cast<uint8_t>(200 + i % 50);
+    }
+    std::vector<uint8_t> in1 = in, out1 = out;
+    EXPECT_TRUE(CompleteGroupRewrite(in1.data(), out1.data(), 2, 3, 8, block));
+    std::vector<uint8_t> expectIn = in;
+    std::memcpy(&expectIn[2 * block], &out[2 * block], 3 * block);
+    EXPECT_EQ(expectIn, in1);
+    EXPECT_EQ(out, out1);
+
+    std::vector<uint8_t> in2 = in, out2 = out;
+    EXPECT_FALSE(CompleteGroupRewrite(in2.data(), out2.data(), 2, 4, 8, block));
+    std::vector<uint8_t> expectOut = in;
+    std::memcpy(&expectOut[2 * block], &out[2 * block], 4 * block);
+    EXPECT_EQ(in, in2);
+    EXPECT_EQ(expectOut, out2);
+}
+
+}  // namespace
