@@ -240,4 +240,21 @@ void threadAudioProcessWorker(void* pArg);
 // Sets _mbEnable of every dump node of the stream to eEnable. Always 0.
 int AUDIO_ASTREAM_enableDumpNode(int s32StreamId, tagZN_BOOL eEnable);
 
+// ---- Line-in state and AO 0 recording ---------------------------------------------------
+
+// The last line-in connect state set through AUDIO_ASTREAM_SetLineInConnetState.
+extern tagZN_BOOL gs_bLineInConState;
+// Serialises changes of the connect state. Output nodes take it inside their node mutex;
+// nothing takes a node mutex while holding it.
+extern pthread_mutex_t gs_stLineInDectMutex;
+
+// Sets the connect state and pushes it into every output node of every created stream.
+// The caller holds gs_stLineInDectMutex around the call. Always 0.
+int AUDIO_ASTREAM_SetLineInConnetState(tagZN_BOOL bConnectFlag);
+tagZN_BOOL AUDIO_ASTREAM_GetLineInConnetState();
+int AUDIO_ASTREAM_LineInDectMutexLock();
+int AUDIO_ASTREAM_LineInDectMutexUnlock();
+// Appends s32Len bytes to "/var/I2sOutput.pcm" while "/var/recordoutput" exists.
+void ASTREAM_RecordOutputData(char* pData, int s32Len);
+
 #endif  // AUDIOMW_AUDIO_ASTREAM_H

@@ -5,6 +5,7 @@
 #include "astream_debug_dump_node.h"
 #include "astream_merge_node.h"
 #include "astream_mixin_node.h"
+#include "astream_output_node.h"
 #include "astream_split_node.h"
 #include "astream_swap_node.h"
 #include "audio_log.h"
@@ -26,6 +27,7 @@ ASTREAM_NODE_S* NewNode() {
 
 // Every node type the library builds, by type code. A code missing here is refused.
 constexpr NodeFactory kNodeFactories[] = {
+    {ASTREAM_NODE_TYPE_E_OUTPUT, &NewNode<ASTREAM_OUTPUT_NODE_S>},
     {ASTREAM_NODE_TYPE_E_SWAP, &NewNode<ASTREAM_SWAP_NODE_S>},
     {ASTREAM_NODE_TYPE_E_SPLIT, &NewNode<ASTREAM_SPLIT_NODE_S>},
     {ASTREAM_NODE_TYPE_E_MERGE, &NewNode<ASTREAM_MERGE_NODE_S>},

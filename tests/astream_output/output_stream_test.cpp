@@ -1,0 +1,139 @@
+// Output nodes inside running streams: the bytes a card receives through a whole
+// stream, and the line-in state changed from other threads while workers process.
+#include <tinyalsa/vcard.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <future>
+#include <thread>
+
+#include "../ao/ao_test_util.h"
+#include "../astream/astream_test_util.h"
+#include "host_test.h"
+
+namespace {
+
+using audiomw_test::SinkBytes;
+using Bytes = std::vector<uint8_t>;
+
+constexpr uint32_t kFrames = 160;
+constexpr int kLeadBlocks = 48;
+
+ASTREAM_NODE_ATTR_S OutputAttr(int ao, int offset, int count, int source = -1) {
+    ASTREAM_NODE_ATTR_S a = astream_test::NodeAttr(ASTREAM_NODE_TYPE_E_OUTPUT);
+    a.unAttr.stOutput = {ao, offset, count, source, ZN_FALSE, -1};
+    return a;
+}
+
+class OutputStreamTest : public audiomw_test::AoTest {
+  protected:
+    void SetUp() override {
+        AoTest::SetUp();
+        BSP_ClearGpioOverrides();
+    }
+    void TearDown() override {
+        for (int id = 0; id < 2; id++) {
+            AUDIO_ASTREAM_Stop(id);
+            AUDIO_ASTREAM_Destroy(id);
+            astream_test::DropAi(id);
+        }
+        AUDIO_ASTREAM_SetLineInConnetState(ZN_FALSE);
+        BSP_ClearGpioOverrides();
+        AoTest::TearDown();
+    }
+
+    // AO `ao` on virtual card 10 + ao with a memory sink, created disabled: the
+    // output node enables it.
+    void AddAo(int ao, int channels) {
+        audiomw_test::PlaybackPcm p;
+        p.card = 10 + static_cast<unsigned int>(ao);
+        AddPlayback(p);
+        AO_ATTR_S attr = audiomw_test::AlsaAoAttr(10 + ao, 0, 16000, channels, kFrames);
+        ASSERT_EQ(0, AUDIO_AO_Create(ao, &attr));
+    }
+
+    void AddFileAi(int id, const Bytes& content, int channels) {
+        std::string path = root.Dir() + "/in" + std::to_string(id) + ".pcm";
+        audiomw_test::WriteFileBytes(path, content);
+        AI_ATTR_S a = astream_test::FileAi(path, channels, kFrames);
+        ASSERT_EQ(0, AUDIO_AI_Create(id, &a));
+    }
+
+    void StartStream(int id, int ai, std::initializer_list<ASTREAM_NODE_ATTR_S> nodes, int workers = 1) {
+        ASTREAM_ATTR_S attr;
+        attr.s32AiId = ai;
+        attr.s32WorkerNum = workers;
+        attr.lstNodeAttr = nodes;
+        ASSERT_EQ(0, AUDIO_ASTREAM_Create(id, &attr));
+        ASSERT_EQ(0, AUDIO_ASTREAM_Start(id));
+    }
+};
+
+TEST_F(OutputStreamTest, SplitChannelReachesTheCardExactly) {
+    const int periods = 10;
+    Bytes file = audiomw_test::MakePattern(2, kFrames * periods, 7);
+    AddFileAi(0, file, 2);
+    AddAo(0, 1);
+    StartStream(0, 0, {astream_test::SplitAttr(0, 1, 1), OutputAttr(0, 1, 1)});
+
+    const size_t period = kFrames * 2;
+    const size_t want = (kLeadBlocks + periods + 2) * period;
+    ASSERT_TRUE(audiomw_test::WaitFor([&] { return SinkBytes(10, 0).size() >= want; }));
+    ASSERT_EQ(0, AUDIO_ASTREAM_Stop(0));
+
+    Bytes expected(kLeadBlocks * period, 0xA5);
+    std::vector<int16_t> samples = audiomw_test::ToSamples(file);
+    for (size_t f = 0; f < samples.size() / 2; f++) {
+        Bytes b = audiomw_test::ToBytes({samples[2 * f + 1]});
+        expected.insert(expected.end(), b.begin(), b.end());
+    }
+    Bytes sink = SinkBytes(10, 0);
+    ASSERT_GE(sink.size(), expected.size());
+    EXPECT_EQ(expected, Bytes(sink.begin(), sink.begin() + static_cast<long>(expected.size())));
+    EXPECT_EQ(Bytes(sink.size() - expected.size(), 0xA5),
+              Bytes(sink.begin() + static_cast<long>(expected.size()), sink.end()));
+}
+
+TEST_F(OutputStreamTest, LineInToggledFromAnotherThreadWhileTwoStreamsRun) {
+    root.SetMarker("/var/recordoutput");
+    AddFileAi(0, audiomw_test::MakePattern(2, kFrames * 50, 1), 2);
+    AddFileAi(1, audiomw_test::MakePattern(2, kFrames * 50, 2), 2);
+    AddAo(0, 2);
+    AddAo(1, 2);
+    // Both streams send their line-in group to AO 0 (and record it); stream 1 also feeds AO 1.
+    StartStream(0, 0, {OutputAttr(0, 0, 2, 1)}, 2);
+    StartStream(1, 1, {OutputAttr(0, 0, 2, 1), OutputAttr(1, 0, 2, 1)}, 3);
+
+    // The application takes the line-in lock around each change, as the GPIO path inside
+    // the workers does; a lock-order fault would hang here, so the toggling runs against
+    // a deadline.
+    auto toggler = std::async(std::launch::async, [] {
+        for (int i = 0; i < 400; i++) {
+            BSP_SetGpioOverride(14, i % 3 == 0 ? 1 : 0);
+            AUDIO_ASTREAM_LineInDectMutexLock();
+            AUDIO_ASTREAM_SetLineInConnetState(static_cast<tagZN_BOOL>(i % 2));
+            AUDIO_ASTREAM_LineInDectMutexUnlock();
+            AUDIO_ASTREAM_GetLineInConnetState();
+        }
+    });
+    if (toggler.wait_for(std::chrono::seconds(60)) != std::future_status::ready) {
+        ADD_FAILURE() << "line-in toggling did not finish: lock-order deadlock";
+        std::_Exit(1);
+    }
+    const size_t period = kFrames * 2 * 2;
+    EXPECT_TRUE(audiomw_test::WaitFor([&] { return SinkBytes(11, 0).size() >= 60 * period; }));
+    for (int id = 0; id < 2; id++) {
+        EXPECT_EQ(0, AUDIO_ASTREAM_Stop(id));
+        EXPECT_EQ(0, AUDIO_ASTREAM_Destroy(id));
+    }
+    EXPECT_EQ(0u, SinkBytes(10, 0).size() % period) << "a torn period reached AO 0";
+    // Removing the marker closes (and flushes) the recording at the next AO 0 frame.
+    root.SetMarker("/var/recordoutput", false);
+    ASTREAM_RecordOutputData(nullptr, 0);
+    EXPECT_GT(audiomw_test::ReadFileBytes(root.Path("/var/I2sOutput.pcm")).size(), 0u);
+    EXPECT_EQ(0u, audiomw_test::ReadFileBytes(root.Path("/var/I2sOutput.pcm")).size() % period)
+        << "recordings of the two streams interleaved inside a period";
+}
+
+}  // namespace
