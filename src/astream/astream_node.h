@@ -49,6 +49,12 @@ inline bool SplitMergeValid(int s32Offset, int s32CntA, int s32CntB, int s32Chn)
            GroupWithin(s32Offset, static_cast<int64_t>(s32CntA) + s32CntB, s32Chn);
 }
 
+// Checks a split or merge record {offset, cnt a, cnt b} against the stream. A record
+// outside it is refused with a level-3 line naming the stream, the node (pcName) and the
+// values, and the node is disabled: it stays in the pipeline but never runs. 0 or -1.
+int CheckSplitMergeRecord(ASTREAM_NODE_S* pstNode, const char* pcName, int s32Offset, int s32CntA,
+                          int s32CntB);
+
 }  // namespace astream
 }  // namespace audiomw
 

@@ -12,7 +12,6 @@ using audiomw::astream::NodeSetEnable;
 using audiomw::astream::SplitMergeValid;
 using audiomw::astream::StreamBlockSize;
 using audiomw::astream::StreamChannels;
-using audiomw::astream::StreamId;
 
 ASTREAM_SPLIT_NODE_S::ASTREAM_SPLIT_NODE_S() : _mstAttr() {}
 
@@ -25,15 +24,8 @@ int ASTREAM_SPLIT_NODE_S::init(void* pAttr) {
     }
     std::memcpy(&_mstAttr, pAttr, sizeof(_mstAttr));
     AUDIO_LOGD("%d, SPLIT node\n", __LINE__);
-    int s32Chn = StreamChannels(this);
-    if (!SplitMergeValid(_mstAttr.s32ChnOffset, _mstAttr.s32ChnCntA, _mstAttr.s32ChnCntB, s32Chn)) {
-        AUDIO_LOGE("ASTREAM[%d] SPLIT node refused: offset %d, cnt a %d, cnt b %d outside %d channels",
-                   StreamId(this), _mstAttr.s32ChnOffset, _mstAttr.s32ChnCntA, _mstAttr.s32ChnCntB, s32Chn);
-        // Kept in the pipeline but never run: the record would address memory outside the buffers.
-        NodeSetEnable(this, ZN_FALSE);
-        return -1;
-    }
-    return 0;
+    return audiomw::astream::CheckSplitMergeRecord(this, "SPLIT", _mstAttr.s32ChnOffset, _mstAttr.s32ChnCntA,
+                                                   _mstAttr.s32ChnCntB);
 }
 
 int ASTREAM_SPLIT_NODE_S::destroy() {
