@@ -1,63 +1,9 @@
-// Writes allocate nothing: converters and buffers are made when the output opens. The
-// program's operator new is replaced by a counting one (the library's allocations
-// resolve to it too).
-#include <atomic>
-#include <cstdlib>
-#include <new>
+// Writes allocate nothing: converters and buffers are made when the output opens.
 #include <vector>
 
+#include "alloc/alloc_counter.h"
 #include "ao_test_util.h"
 #include "audio_ao.h"
-
-namespace {
-
-std::atomic<bool> g_counting{false};
-std::atomic<long> g_allocations{0};
-
-void* CountedAlloc(std::size_t size) {
-    if (g_counting.load(std::memory_order_relaxed)) {
-        g_allocations.fetch_add(1, std::memory_order_relaxed);
-    }
-    void* p = std::malloc(size ? size : 1);
-    return p;
-}
-
-// Out of line, so that the compiler does not pair the replaced operators' malloc and
-// free with new and delete expressions it inlined.
-__attribute__((noinline)) void CountedFree(void* p) {
-    std::free(p);
-}
-
-}  // namespace
-
-void* operator new(std::size_t size) {
-    void* p = CountedAlloc(size);
-    if (p == nullptr) {
-        throw std::bad_alloc();
-    }
-    return p;
-}
-void* operator new[](std::size_t size) {
-    return operator new(size);
-}
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-    return CountedAlloc(size);
-}
-void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
-    return CountedAlloc(size);
-}
-void operator delete(void* p) noexcept {
-    CountedFree(p);
-}
-void operator delete[](void* p) noexcept {
-    CountedFree(p);
-}
-void operator delete(void* p, std::size_t) noexcept {
-    CountedFree(p);
-}
-void operator delete[](void* p, std::size_t) noexcept {
-    CountedFree(p);
-}
 
 namespace {
 
@@ -87,15 +33,15 @@ TEST_P(AoAllocTest, WritesAllocateNothing) {
     std::vector<uint8_t> period = audiomw_test::MakePattern(c.channels, c.frames);
     ASSERT_EQ(0, AUDIO_AO_Write(0, period.data(), period.size()));  // first transfer starts the PCM
 
-    g_allocations = 0;
-    g_counting = true;
+    audiomw_test::AllocCounterArm();
     int failures = 0;
     for (int i = 0; i < 50; ++i) {
         failures += AUDIO_AO_Write(0, period.data(), period.size()) != 0;
     }
-    g_counting = false;
+    audiomw_test::AllocCounterDisarm();
     EXPECT_EQ(0, failures);
-    EXPECT_EQ(0, g_allocations.load());
+    EXPECT_EQ(0, audiomw_test::AllocCount())
+        << "first allocation of " << audiomw_test::AllocFirstSize() << " bytes";
 }
 
 INSTANTIATE_TEST_SUITE_P(Chains, AoAllocTest,

@@ -1,131 +1,20 @@
 // The data path allocates nothing: every allocation of the process is counted while a
 // running stream moves frame periods from a file AI through channel and dump nodes.
 // Allocating is allowed up to the return of AUDIO_ASTREAM_Start, not after.
-//
-// The counter sits at the bottom: malloc and its relatives. Sanitizer builds own malloc,
-// so there the sanitizer's allocation hook counts (from the first period on, see below);
-// plain builds interpose malloc itself and count from the return of Start.
-// operator new is replaced too, so C++ allocations are counted whatever the library's
-// operator new calls.
+// In sanitizer builds counting starts at the first delivered period (see below).
 #include <sys/stat.h>
 #include <time.h>
 
-#include <atomic>
 #include <cstdlib>
 #include <cstring>
-#include <new>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "audio_ai.h"
 #include "audio_astream.h"
+#include "alloc/alloc_counter.h"
 #include "test_support.h"
-
-// The replaced operator new and delete below pair malloc with free, which GCC cannot see
-// once it inlines them into standard containers.
-#if defined(__GNUC__) && !defined(__clang__)
-#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
-#endif
-
-namespace {
-
-std::atomic<bool> g_bArmed{false};
-std::atomic<long> g_s64Count{0};
-std::atomic<size_t> g_u32FirstSize{0};
-
-void Note(size_t u32Size) {
-    if (g_bArmed.load(std::memory_order_relaxed)) {
-        if (g_s64Count.fetch_add(1, std::memory_order_relaxed) == 0) {
-            g_u32FirstSize.store(u32Size, std::memory_order_relaxed);
-        }
-    }
-}
-
-}  // namespace
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define ALLOC_COUNT_BY_HOOK 1
-extern "C" int __sanitizer_install_malloc_and_free_hooks(void (*malloc_hook)(const volatile void*, size_t),
-                                                         void (*free_hook)(const volatile void*));
-namespace {
-void MallocHook(const volatile void*, size_t u32Size) {
-    Note(u32Size);
-}
-void FreeHook(const volatile void*) {}
-const int g_s32Hooked = __sanitizer_install_malloc_and_free_hooks(MallocHook, FreeHook);
-}  // namespace
-#else
-extern "C" {
-void* __libc_malloc(size_t);
-void* __libc_calloc(size_t, size_t);
-void* __libc_realloc(void*, size_t);
-void* __libc_memalign(size_t, size_t);
-
-void* malloc(size_t n) {
-    Note(n);
-    return __libc_malloc(n);
-}
-void* calloc(size_t n, size_t m) {
-    Note(n * m);
-    return __libc_calloc(n, m);
-}
-void* realloc(void* p, size_t n) {
-    Note(n);
-    return __libc_realloc(p, n);
-}
-void* memalign(size_t a, size_t n) {
-    Note(n);
-    return __libc_memalign(a, n);
-}
-void* aligned_alloc(size_t a, size_t n) {
-    Note(n);
-    return __libc_memalign(a, n);
-}
-int posix_memalign(void** pp, size_t a, size_t n) {
-    Note(n);
-    void* p = __libc_memalign(a, n);
-    if (p == nullptr) {
-        return ENOMEM;
-    }
-    *pp = p;
-    return 0;
-}
-}
-#endif
-
-// C++ allocations, counted here and carried out by malloc (whose count in a sanitizer
-// build adds one more: any count above zero fails the test the same).
-void* operator new(size_t n) {
-    Note(n);
-    void* p = std::malloc(n ? n : 1);
-    if (p == nullptr) {
-        throw std::bad_alloc();
-    }
-    return p;
-}
-void* operator new[](size_t n) {
-    return operator new(n);
-}
-void* operator new(size_t n, const std::nothrow_t&) noexcept {
-    Note(n);
-    return std::malloc(n ? n : 1);
-}
-void* operator new[](size_t n, const std::nothrow_t&) noexcept {
-    return operator new(n, std::nothrow);
-}
-void operator delete(void* p) noexcept {
-    std::free(p);
-}
-void operator delete[](void* p) noexcept {
-    std::free(p);
-}
-void operator delete(void* p, size_t) noexcept {
-    std::free(p);
-}
-void operator delete[](void* p, size_t) noexcept {
-    std::free(p);
-}
 
 namespace {
 
@@ -161,7 +50,7 @@ ASTREAM_NODE_ATTR_S Node(ASTREAM_NODE_TYPE_E type) {
 class AllocTest : public ::testing::Test {
   protected:
     void TearDown() override {
-        g_bArmed.store(false);
+        audiomw_test::AllocCounterDisarm();
         AUDIO_ASTREAM_Destroy(0);
         AUDIO_AI_Close(0);
         AUDIO_AI_SetEnable(0, ZN_FALSE);
@@ -204,19 +93,18 @@ class AllocTest : public ::testing::Test {
         EXPECT_EQ(0, AUDIO_ASTREAM_enableDumpNode(0, ZN_TRUE));
         root.SetMarker("/var/debugnodeprocess");  // the per-node marker test runs too
 
-        g_s64Count.store(0);
         EXPECT_EQ(0, AUDIO_ASTREAM_Start(0));
-#ifdef ALLOC_COUNT_BY_HOOK
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
         // A sanitizer runtime allocates its own records as the reader thread starts, which
         // may run after Start has returned: count from the first delivered period on.
         EXPECT_TRUE(WaitForSize(dump, kPeriodBytes));
 #endif
-        g_bArmed.store(true);
+        audiomw_test::AllocCounterArm();
         bool bReached = WaitForSize(dump, periods * kPeriodBytes);
-        g_bArmed.store(false);
+        audiomw_test::AllocCounterDisarm();
         EXPECT_TRUE(bReached);
         EXPECT_EQ(0, AUDIO_ASTREAM_Stop(0));
-        return g_s64Count.load();
+        return audiomw_test::AllocCount();
     }
 
     audiomw_test::ScratchRoot root;
@@ -224,26 +112,27 @@ class AllocTest : public ::testing::Test {
 
 // The counter itself: allocations on another thread while armed are seen.
 TEST_F(AllocTest, CounterSeesAllocationsOnOtherThreads) {
-    g_s64Count.store(0);
-    g_bArmed.store(true);
+    audiomw_test::AllocCounterArm();
     std::thread t([] {
         void* volatile p = std::malloc(48);
         std::free(p);
         delete new std::vector<int>(3);
     });
     t.join();
-    g_bArmed.store(false);
-    EXPECT_GE(g_s64Count.load(), 2);
+    audiomw_test::AllocCounterDisarm();
+    EXPECT_GE(audiomw_test::AllocCount(), 2);
 }
 
 // 48 filler periods, the 100 file periods and filler after them, with one worker.
 TEST_F(AllocTest, OneWorkerAllocatesNothingAfterStart) {
-    EXPECT_EQ(0, CountWhileRunning(1, 200)) << "first allocation of " << g_u32FirstSize.load() << " bytes";
+    EXPECT_EQ(0, CountWhileRunning(1, 200))
+        << "first allocation of " << audiomw_test::AllocFirstSize() << " bytes";
 }
 
 // Four workers, with ring entries met while still in a worker's hands.
 TEST_F(AllocTest, FourWorkersAllocateNothingAfterStart) {
-    EXPECT_EQ(0, CountWhileRunning(4, 200)) << "first allocation of " << g_u32FirstSize.load() << " bytes";
+    EXPECT_EQ(0, CountWhileRunning(4, 200))
+        << "first allocation of " << audiomw_test::AllocFirstSize() << " bytes";
 }
 
 }  // namespace

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "alloc_counter.h"
+#include "alloc/alloc_counter.h"
 #include "audio_rematrix.h"
 #include "printed_lines.h"
 #include "test_support.h"
@@ -206,13 +206,14 @@ TEST(RematrixHandle, ProcessAllocatesNothing) {
     }
     std::vector<uint8_t> in = MakePattern(5, 960, 2);
     std::vector<uint8_t> out(960 * 5 * 2);
-    long before = convert_test::AllocCount();
+    audiomw_test::AllocCounterArm();
     int total = 0;
     for (REMATRIX_HANDLER* h : handlers) {
         total += REMATRIX_Process(h, in.data(), 960, out.data(), 962);
     }
-    long after = convert_test::AllocCount();
-    EXPECT_EQ(after, before);
+    audiomw_test::AllocCounterDisarm();
+    EXPECT_EQ(0, audiomw_test::AllocCount())
+        << "first allocation of " << audiomw_test::AllocFirstSize() << " bytes";
     EXPECT_EQ(total, 960 * 6);
     for (REMATRIX_HANDLER*& h : handlers) {
         REMATRIX_Destroy(&h);

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "alloc_counter.h"
+#include "alloc/alloc_counter.h"
 #include "audio_resample.h"
 #include "printed_lines.h"
 #include "test_support.h"
@@ -136,12 +136,13 @@ class ResampleRefused : public ::testing::TestWithParam<CreateCase> {};
 TEST_P(ResampleRefused, AllocatesNothing) {
     RESAMPLE_ATTR_S attr = GetParam().attr;
     StdoutCapture capture;
-    long before = convert_test::AllocCount();
+    audiomw_test::AllocCounterArm();
     RESAMPLE_HANDLER* handler = RESAMPLE_CreateHandler(&attr);
-    long after = convert_test::AllocCount();
+    audiomw_test::AllocCounterDisarm();
     capture.Stop();
     EXPECT_EQ(handler, nullptr);
-    EXPECT_EQ(after, before);
+    EXPECT_EQ(0, audiomw_test::AllocCount())
+        << "first allocation of " << audiomw_test::AllocFirstSize() << " bytes";
 }
 
 INSTANTIATE_TEST_SUITE_P(Vectors, ResampleRefused, ::testing::ValuesIn(RefusedCases()),
@@ -367,13 +368,14 @@ TEST(ResampleProcess, AllocatesNothing) {
     ASSERT_NE(handler, nullptr);
     std::vector<uint8_t> in = MakePattern(2, 320, 1);
     std::vector<uint8_t> out(960 * 2 * 2);
-    long before = convert_test::AllocCount();
+    audiomw_test::AllocCounterArm();
     int total = 0;
     for (int i = 0; i < 20; i++) {
         total += RESAMPLE_Process(handler, in.data(), 320, out.data(), 960);
     }
-    long after = convert_test::AllocCount();
-    EXPECT_EQ(after, before);
+    audiomw_test::AllocCounterDisarm();
+    EXPECT_EQ(0, audiomw_test::AllocCount())
+        << "first allocation of " << audiomw_test::AllocFirstSize() << " bytes";
     EXPECT_GT(total, 0);
     RESAMPLE_Destroy(&handler);
 }
