@@ -12,214 +12,136 @@
 
 namespace {
 
+using Calls = std::vector<std::string>;
+
 struct ScriptedDevice : public AI_DEVICE_S {
     AUDIO_SET_ACTION_E verdict = AUDIO_SET_ACTION_E_NONE;
-    int closeRet = 0, destroyRet = 0, initRet = 0, openRet = 0, hotRet = 0;
-    std::vector<std::string> calls;
-    int lockStateInRead = 0;
+    std::string failing;  // the operation that returns -7
+    Calls calls;
+    int lockState = 0;  // pthread_mutex_trylock result seen inside the device
 
-    int init() override {
-        calls.push_back("init");
-        bHasInit = initRet == 0;
-        return initRet;
+    int Run(const char* op) {
+        calls.push_back(op);
+        return failing == op ? -7 : 0;
     }
-    int destroy() override {
-        calls.push_back("destroy");
-        bHasInit = 0;
-        return destroyRet;
-    }
-    int open() override {
-        calls.push_back("open");
-        bHasOpen = 1;
-        return openRet;
-    }
-    int close() override {
-        calls.push_back("close");
-        bHasOpen = 0;
-        return closeRet;
-    }
-    int hotApply() override {
-        calls.push_back("hotApply");
-        return hotRet;
-    }
+    int init() override { return Run("init"); }
+    int destroy() override { return Run("destroy"); }
+    int open() override { return Run("open"); }
+    int close() override { return Run("close"); }
+    int hotApply() override { return Run("hotApply"); }
     AUDIO_SET_ACTION_E calActionOnSetCfg(AI_ATTR_S*) override {
         calls.push_back("verdict");
-        // The verdict is asked under the device's lock.
-        lockStateInRead = pthread_mutex_trylock(&stMutex);
+        lockState = pthread_mutex_trylock(&stMutex);
         return verdict;
     }
     int _readFrame(unsigned char*, unsigned int, unsigned int& len, unsigned long long&, int) override {
-        lockStateInRead = pthread_mutex_trylock(&stMutex);
+        lockState = pthread_mutex_trylock(&stMutex);
         len = 7;
         return 5;
     }
 };
 
-AI_ATTR_S MakeAttr(int volume, bool enable) {
+AI_ATTR_S Attr(int volume, bool enable) {
     AI_ATTR_S a;
     std::memset(&a, 0, sizeof(a));
     a.eType = AI_DEV_TYPE_FILE;
     a.bEnable = enable ? ZN_TRUE : ZN_FALSE;
-    a.eSampleRate = AI_SAMPLE_RATE_16000;
     a.s32Channel = 2;
     a.s32FrameLen = 160;
     a.s32Volume = volume;
     return a;
 }
 
-class SetCfgTest : public audiomw_test::AudioTest {
-  protected:
-    void SetUp() override {
-        dev.stAttr = MakeAttr(1, true);
-        dev.bHasInit = 1;
-    }
-    bool Stored() const { return dev.stAttr.s32Volume == 2; }
-    using Calls = std::vector<std::string>;
-    ScriptedDevice dev;
-    AI_ATTR_S next = MakeAttr(2, true);
+struct SetCfgCase {
+    AUDIO_SET_ACTION_E verdict;
+    unsigned int open, init;
+    bool newEnable;
+    const char* failing;
+    int ret;
+    bool stored;
+    Calls calls;
 };
 
-TEST_F(SetCfgTest, NoneChangesNothing) {
-    EXPECT_EQ(0, dev.setCfg(&next));
-    EXPECT_FALSE(Stored());
-    EXPECT_EQ(Calls({"verdict"}), dev.calls);
-    EXPECT_EQ(EBUSY, dev.lockStateInRead);
-    EXPECT_TRUE(log.Lines().empty());
-}
-
-TEST_F(SetCfgTest, UnknownVerdictIsTreatedAsNone) {
-    dev.verdict = static_cast<AUDIO_SET_ACTION_E>(9);
-    EXPECT_EQ(0, dev.setCfg(&next));
-    EXPECT_FALSE(Stored());
-}
-
-TEST_F(SetCfgTest, HotUpdateStoresWholeRecordAndReturnsHotApply) {
-    dev.verdict = AUDIO_SET_ACTION_E_HOT_UPDATE;
-    dev.hotRet = 3;
-    next.eType = static_cast<tagAI_DEV_TYPE_E>(0);
-    next.stAlsaDev.u32HwRate = 44100;
-    EXPECT_EQ(3, dev.setCfg(&next));
-    EXPECT_EQ(0, std::memcmp(&next, &dev.stAttr, sizeof(next)));
-    EXPECT_EQ(Calls({"verdict", "hotApply"}), dev.calls);
-    EXPECT_TRUE(log.Has(6, "AI_DEVICE_S::setCfg, AUDIO_SET_ACTION_E_HOT_UPDATE\n"));
-}
-
-TEST_F(SetCfgTest, NeedCloseOnClosedDeviceStoresNothing) {
-    dev.verdict = AUDIO_SET_ACTION_E_NEED_CLOSE;
-    EXPECT_EQ(0, dev.setCfg(&next));
-    EXPECT_FALSE(Stored());
-    EXPECT_EQ(Calls({"verdict"}), dev.calls);
-    EXPECT_TRUE(log.Has(6, "AI_DEVICE_S::setCfg, AUDIO_SET_ACTION_E_NEED_CLOSE, bHasOpen:0\n"));
-}
-
-TEST_F(SetCfgTest, NeedCloseOnOpenDeviceReopensAroundTheStore) {
-    dev.verdict = AUDIO_SET_ACTION_E_NEED_CLOSE;
-    dev.bHasOpen = 1;
-    dev.openRet = 4;
-    EXPECT_EQ(4, dev.setCfg(&next));
-    EXPECT_TRUE(Stored());
-    EXPECT_EQ(Calls({"verdict", "close", "open"}), dev.calls);
-    EXPECT_TRUE(log.Has(6, "AI_DEVICE_S::setCfg, AUDIO_SET_ACTION_E_NEED_CLOSE, bHasOpen:1\n"));
-}
-
-TEST_F(SetCfgTest, NeedCloseWhoseCloseFailsKeepsTheOldRecord) {
-    dev.verdict = AUDIO_SET_ACTION_E_NEED_CLOSE;
-    dev.bHasOpen = 1;
-    dev.closeRet = -1;
-    EXPECT_EQ(-1, dev.setCfg(&next));
-    EXPECT_FALSE(Stored());
-    EXPECT_EQ(Calls({"verdict", "close"}), dev.calls);
-}
-
-TEST_F(SetCfgTest, NeedDestroyOnClosedDevice) {
-    dev.verdict = AUDIO_SET_ACTION_E_NEED_DESTROY;
-    dev.initRet = 6;
-    EXPECT_EQ(6, dev.setCfg(&next));
-    EXPECT_TRUE(Stored());
-    EXPECT_EQ(Calls({"verdict", "destroy", "init"}), dev.calls);
-    EXPECT_TRUE(log.Has(6, "AI_DEVICE_S::setCfg, AUDIO_SET_ACTION_E_NEED_DESTROY, bHasOpen:0\n"));
-}
-
-TEST_F(SetCfgTest, NeedDestroyOnClosedUninitialisedDisabledDeviceOnlyStores) {
-    dev.verdict = AUDIO_SET_ACTION_E_NEED_DESTROY;
-    dev.bHasInit = 0;
-    next.bEnable = ZN_FALSE;
-    EXPECT_EQ(0, dev.setCfg(&next));
-    EXPECT_TRUE(Stored());
-    EXPECT_EQ(Calls({"verdict"}), dev.calls);
-}
-
-TEST_F(SetCfgTest, NeedDestroyWhoseDestroyFailsKeepsTheOldRecord) {
-    dev.verdict = AUDIO_SET_ACTION_E_NEED_DESTROY;
-    dev.destroyRet = -1;
-    EXPECT_EQ(-1, dev.setCfg(&next));
-    EXPECT_FALSE(Stored());
-    EXPECT_EQ(Calls({"verdict", "destroy"}), dev.calls);
-}
-
-TEST_F(SetCfgTest, NeedDestroyOnOpenDeviceReinitialisesAndReopensEvenWhenDisabled) {
-    dev.verdict = AUDIO_SET_ACTION_E_NEED_DESTROY;
-    dev.bHasOpen = 1;
-    next.bEnable = ZN_FALSE;
-    EXPECT_EQ(0, dev.setCfg(&next));
-    EXPECT_TRUE(Stored());
-    EXPECT_EQ(Calls({"verdict", "close", "destroy", "init", "open"}), dev.calls);
-    EXPECT_TRUE(log.Has(6, "AI_DEVICE_S::setCfg, AUDIO_SET_ACTION_E_NEED_DESTROY, bHasOpen:1\n"));
-}
-
-TEST_F(SetCfgTest, NeedDestroyOnOpenDeviceStopsAtTheFirstFailure) {
-    struct Case {
-        int ScriptedDevice::*failing;
-        std::vector<std::string> calls;
-        bool stored;
-    };
-    const Case cases[] = {
-        {&ScriptedDevice::closeRet, {"verdict", "close"}, false},
-        {&ScriptedDevice::destroyRet, {"verdict", "close", "destroy"}, false},
-        {&ScriptedDevice::initRet, {"verdict", "close", "destroy", "init"}, true},
-        {&ScriptedDevice::openRet, {"verdict", "close", "destroy", "init", "open"}, true},
-    };
-    for (const Case& c : cases) {
-        ScriptedDevice d;
-        d.stAttr = MakeAttr(1, true);
-        d.bHasInit = 1;
-        d.bHasOpen = 1;
-        d.verdict = AUDIO_SET_ACTION_E_NEED_DESTROY;
-        d.*(c.failing) = -7;
-        EXPECT_EQ(-7, d.setCfg(&next));
-        EXPECT_EQ(c.calls, d.calls);
-        EXPECT_EQ(c.stored, d.stAttr.s32Volume == 2);
-        // The lock is released on every path.
-        ASSERT_EQ(0, pthread_mutex_trylock(&d.stMutex));
-        pthread_mutex_unlock(&d.stMutex);
+// The one level-6 line setCfg writes for a verdict, "" for none.
+std::string VerdictLine(AUDIO_SET_ACTION_E verdict, unsigned int open) {
+    std::string head = "AI_DEVICE_S::setCfg, ";
+    std::string flag = ", bHasOpen:" + std::to_string(open) + "\n";
+    switch (verdict) {
+        case AUDIO_SET_ACTION_E_HOT_UPDATE:
+            return head + "AUDIO_SET_ACTION_E_HOT_UPDATE\n";
+        case AUDIO_SET_ACTION_E_NEED_CLOSE:
+            return head + "AUDIO_SET_ACTION_E_NEED_CLOSE" + flag;
+        case AUDIO_SET_ACTION_E_NEED_DESTROY:
+            return head + "AUDIO_SET_ACTION_E_NEED_DESTROY" + flag;
+        default:
+            return "";
     }
 }
 
-TEST(AiDeviceBase, ReadFrameOfTheBaseDeliversNothingAndTouchesNothing) {
+// clang-format off
+const SetCfgCase kSetCfgCases[] = {
+    // verdict, bHasOpen, bHasInit, new bEnable, failing op, result, stored, calls
+    {AUDIO_SET_ACTION_E_NONE, 1, 1, true, "", 0, false, {"verdict"}},
+    {static_cast<AUDIO_SET_ACTION_E>(9), 1, 1, true, "", 0, false, {"verdict"}},
+    {AUDIO_SET_ACTION_E_HOT_UPDATE, 1, 1, true, "hotApply", -7, true, {"verdict", "hotApply"}},
+    {AUDIO_SET_ACTION_E_NEED_CLOSE, 0, 1, true, "", 0, false, {"verdict"}},
+    {AUDIO_SET_ACTION_E_NEED_CLOSE, 1, 1, true, "open", -7, true, {"verdict", "close", "open"}},
+    {AUDIO_SET_ACTION_E_NEED_CLOSE, 1, 1, true, "close", -7, false, {"verdict", "close"}},
+    {AUDIO_SET_ACTION_E_NEED_DESTROY, 0, 1, true, "init", -7, true, {"verdict", "destroy", "init"}},
+    {AUDIO_SET_ACTION_E_NEED_DESTROY, 0, 0, false, "", 0, true, {"verdict"}},
+    {AUDIO_SET_ACTION_E_NEED_DESTROY, 0, 1, true, "destroy", -7, false, {"verdict", "destroy"}},
+    // Open: closed, destroyed, stored, re-initialised and reopened even when disabled.
+    {AUDIO_SET_ACTION_E_NEED_DESTROY, 1, 1, false, "", 0, true, {"verdict", "close", "destroy", "init", "open"}},
+    {AUDIO_SET_ACTION_E_NEED_DESTROY, 1, 1, true, "close", -7, false, {"verdict", "close"}},
+    {AUDIO_SET_ACTION_E_NEED_DESTROY, 1, 1, true, "destroy", -7, false, {"verdict", "close", "destroy"}},
+    {AUDIO_SET_ACTION_E_NEED_DESTROY, 1, 1, true, "init", -7, true, {"verdict", "close", "destroy", "init"}},
+    {AUDIO_SET_ACTION_E_NEED_DESTROY, 1, 1, true, "open", -7, true, {"verdict", "close", "destroy", "init", "open"}},
+};
+// clang-format on
+
+class SetCfgTest : public audiomw_test::AudioTest {};
+
+TEST_F(SetCfgTest, EachVerdictRunsItsStepsAndStopsAtTheFirstFailure) {
+    for (const SetCfgCase& c : kSetCfgCases) {
+        SCOPED_TRACE(::testing::Message()
+                     << "verdict " << c.verdict << " open " << c.open << " failing '" << c.failing << "'");
+        log.Clear();
+        ScriptedDevice dev;
+        dev.stAttr = Attr(1, true);
+        dev.bHasOpen = c.open;
+        dev.bHasInit = c.init;
+        dev.verdict = c.verdict;
+        dev.failing = c.failing;
+        AI_ATTR_S next = Attr(2, c.newEnable);
+        next.stAlsaDev.u32HwRate = 44100;  // the whole record is stored, compared fields or not
+
+        EXPECT_EQ(c.ret, dev.setCfg(&next));
+        EXPECT_EQ(c.calls, dev.calls);
+        EXPECT_EQ(c.stored, std::memcmp(&next, &dev.stAttr, sizeof(next)) == 0);
+        EXPECT_EQ(EBUSY, dev.lockState) << "the verdict is asked under the device lock";
+        ASSERT_EQ(0, pthread_mutex_trylock(&dev.stMutex)) << "the lock is released on every path";
+        pthread_mutex_unlock(&dev.stMutex);
+        std::string line = VerdictLine(c.verdict, c.open);
+        EXPECT_EQ(line.empty() ? std::vector<std::string>{} : std::vector<std::string>{line}, log.Messages());
+        EXPECT_EQ(line.empty() ? 0 : 1, log.Count(6, line));
+    }
+}
+
+TEST(AiDeviceBase, DefaultsAndReadFrame) {
     AI_DEVICE_S base;
     unsigned char buf[4] = {1, 2, 3, 4};
     unsigned int len = 99;
     unsigned long long ts = 1234;
     EXPECT_EQ(0, base.readFrame(buf, sizeof(buf), len, ts, -1));
-    EXPECT_EQ(99u, len);
+    EXPECT_EQ(99u, len) << "the base delivers nothing";
     EXPECT_EQ(1234u, ts);
     EXPECT_EQ(AUDIO_SET_ACTION_E_NONE, base.calActionOnSetCfg(&base.stAttr));
-    EXPECT_EQ(0, base.getUnderRuns());
     EXPECT_EQ(-1, base.s32Id);
-    EXPECT_EQ(0u, base.bHasInit);
-    EXPECT_EQ(0u, base.bHasOpen);
-}
 
-TEST(AiDeviceBase, ReadFrameHoldsTheLockAndPassesResultsThrough) {
     ScriptedDevice dev;
-    unsigned char buf[4];
-    unsigned int len = 0;
-    unsigned long long ts = 0;
     EXPECT_EQ(5, dev.readFrame(buf, sizeof(buf), len, ts, -1));
     EXPECT_EQ(7u, len);
-    EXPECT_EQ(EBUSY, dev.lockStateInRead);
-    ASSERT_EQ(0, pthread_mutex_trylock(&dev.stMutex));
-    pthread_mutex_unlock(&dev.stMutex);
+    EXPECT_EQ(EBUSY, dev.lockState) << "reads run under the device lock";
 }
 
 }  // namespace
