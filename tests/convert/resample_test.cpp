@@ -1,181 +1,115 @@
-// Resampler: creation checks and their printed lines, zero-order-hold output, the sine
-// check, error paths and the no-allocation data path.
+// Resampler: creation checks and their printed lines, zero-order-hold output without
+// allocation, the sine check, and argument and converter errors.
 #include <gtest/gtest.h>
 #include <samplerate.h>
 
 #include <cmath>
-#include <cstdint>
-#include <ostream>
-#include <string>
-#include <vector>
+#include <cstring>
+#include <regex>
 
 #include "alloc/alloc_counter.h"
 #include "audio_resample.h"
-#include "printed_lines.h"
 #include "test_support.h"
 
 namespace {
 
-using audiomw_test::MakePattern;
-using audiomw_test::StdoutCapture;
-using audiomw_test::ToBytes;
-using audiomw_test::ToSamples;
-using convert_test::PrintedMessages;
+using namespace audiomw_test;
 
-using Strings = std::vector<std::string>;
+// What was printed, with the source line taken out of each "[function:line] " prefix.
+std::string Printed(StdoutCapture& capture) {
+    return std::regex_replace(capture.Stop(), std::regex("\\[(\\w+):[0-9]+\\] "), "[$1] ");
+}
 
-// The text libsamplerate gives for a ratio outside its range, from the library itself.
+// libsamplerate's own text for a ratio outside its range.
 std::string BadRatioText() {
     int error = 0;
     SRC_STATE* state = src_new(SRC_ZERO_ORDER_HOLD, 1, &error);
-    float in[1] = {0};
-    float out[1] = {0};
+    float in[1] = {0}, out[1] = {0};
     SRC_DATA data = {in, out, 1, 1, 0, 0, 0, 1000.0};
     error = src_process(state, &data);
     src_delete(state);
     return src_strerror(error);
 }
+const std::string kBadRatio = "src_set_ratio err=" + BadRatioText();
+const char* const kChannels = "channel of input and output must be same!";
+const char* const kPeriod = "period_size should match convert rate!";
 
 struct CreateCase {
     const char* name;
     RESAMPLE_ATTR_S attr;
     bool created;
-    Strings printed;  // messages of RESAMPLE_CreateHandler, prefix removed
+    std::string printed;  // the one message printed, or ""
 };
 
-void PrintTo(const CreateCase& c, std::ostream* os) {
-    *os << c.name;
-}
-
-const std::string kBadRatio = "src_set_ratio err=" + BadRatioText();
-
+// clang-format off
 const CreateCase kCreateCases[] = {
-    {"up_16k_48k", {16000, 1, 320, 48000, 1, 960}, true, {}},
-    {"down_48k_16k", {48000, 1, 960, 16000, 1, 320}, true, {}},
-    {"up_32k_48k_stereo", {32000, 2, 512, 48000, 2, 768}, true, {}},
-    {"up_8k_48k", {8000, 2, 160, 48000, 2, 960}, true, {}},
-    {"period_101_refused", {32000, 1, 101, 48000, 1, 151}, false, {"period_size should match convert rate!"}},
-    {"period_off_by_one", {16000, 1, 321, 48000, 1, 960}, false, {"period_size should match convert rate!"}},
-    {"channels_differ", {16000, 2, 320, 48000, 1, 960}, false, {"channel of input and output must be same!"}},
-    {"channels_checked_first",
-     {32000, 2, 101, 48000, 1, 151},
-     false,
-     {"channel of input and output must be same!"}},
-    {"zero_channels",
-     {16000, 0, 320, 48000, 0, 960},
-     false,
-     {"channel 0 or period_size 320=>960 out of range!"}},
-    {"negative_channels",
-     {16000, -2, 320, 48000, -2, 960},
-     false,
-     {"channel -2 or period_size 320=>960 out of range!"}},
-    {"negative_periods",
-     {16000, 1, -320, 48000, 1, -960},
-     false,
-     {"channel 1 or period_size -320=>-960 out of range!"}},
-    {"period_beyond_int_samples",
-     {48000, 4, 1 << 29, 48000, 4, 1 << 29},
-     false,
-     {"channel 4 or period_size 536870912=>536870912 out of range!"}},
-    {"zero_periods", {16000, 1, 0, 48000, 1, 0}, true, {}},
-    {"wide_product_exact", {48000, 1, 150000, 16000, 1, 50000}, true, {}},
-    {"out_rate_zero_period_refused",
-     {16000, 1, 320, 0, 1, 960},
-     false,
-     {"period_size should match convert rate!"}},
-    {"out_rate_zero_bad_ratio", {16000, 1, 0, 0, 1, 960}, true, {kBadRatio}},
-    {"ratio_above_256", {100, 1, 1, 48000, 1, 480}, true, {kBadRatio}},
+    {"up_16k_48k", {16000, 1, 320, 48000, 1, 960}, true, ""},
+    {"down_48k_16k", {48000, 1, 960, 16000, 1, 320}, true, ""},
+    {"up_32k_48k_stereo", {32000, 2, 512, 48000, 2, 768}, true, ""},
+    {"zero_periods", {16000, 1, 0, 48000, 1, 0}, true, ""},
+    {"wide_product_exact", {48000, 1, 150000, 16000, 1, 50000}, true, ""},
+    {"period_101_refused", {32000, 1, 101, 48000, 1, 151}, false, kPeriod},
+    {"out_rate_zero", {16000, 1, 320, 0, 1, 960}, false, kPeriod},
+    {"channels_differ", {16000, 2, 320, 48000, 1, 960}, false, kChannels},
+    {"channels_first", {32000, 2, 101, 48000, 1, 151}, false, kChannels},
+    {"zero_channels", {16000, 0, 320, 48000, 0, 960}, false,
+     "channel 0 or period_size 320=>960 out of range!"},
+    {"negative_periods", {16000, 1, -320, 48000, 1, -960}, false,
+     "channel 1 or period_size -320=>-960 out of range!"},
+    {"beyond_int_samples", {48000, 4, 1 << 29, 48000, 4, 1 << 29}, false,
+     "channel 4 or period_size 536870912=>536870912 out of range!"},
+    {"out_rate_zero_bad_ratio", {16000, 1, 0, 0, 1, 960}, true, kBadRatio},
+    {"ratio_above_256", {100, 1, 1, 48000, 1, 480}, true, kBadRatio},
 };
+// clang-format on
 
 class ResampleCreate : public ::testing::TestWithParam<CreateCase> {};
 
+// A refusal comes before anything is allocated.
 TEST_P(ResampleCreate, CreatesOrRefusesWithItsLine) {
     const CreateCase& c = GetParam();
     RESAMPLE_ATTR_S attr = c.attr;
     StdoutCapture capture;
+    AllocCounterArm();
     RESAMPLE_HANDLER* handler = RESAMPLE_CreateHandler(&attr);
-    std::string out = capture.Stop();
-    EXPECT_EQ(PrintedMessages(out, "RESAMPLE_CreateHandler"), c.printed);
-    ASSERT_EQ(handler != nullptr, c.created);
-    if (handler != nullptr) {
-        const RESAMPLE_ATTR_S& a = handler->stAttr;
-        EXPECT_EQ(a.s32InRate, c.attr.s32InRate);
-        EXPECT_EQ(a.s32InChn, c.attr.s32InChn);
-        EXPECT_EQ(a.s32InPeriodSize, c.attr.s32InPeriodSize);
-        EXPECT_EQ(a.s32OutRate, c.attr.s32OutRate);
-        EXPECT_EQ(a.s32OutChn, c.attr.s32OutChn);
-        EXPECT_EQ(a.s32OutPeriodSize, c.attr.s32OutPeriodSize);
-        EXPECT_NE(handler->pState, nullptr);
-        EXPECT_NE(handler->stData.data_in, nullptr);
-        EXPECT_NE(handler->stData.data_out, nullptr);
-        EXPECT_EQ(handler->stData.input_frames, c.attr.s32InPeriodSize);
-        EXPECT_EQ(handler->stData.output_frames, c.attr.s32OutPeriodSize);
-        EXPECT_EQ(handler->stData.end_of_input, 0);
-        EXPECT_EQ(handler->stData.src_ratio, double(c.attr.s32OutRate) / double(c.attr.s32InRate));
+    AllocCounterDisarm();
+    EXPECT_EQ(c.printed.empty() ? "" : "[RESAMPLE_CreateHandler] " + c.printed + "\n", Printed(capture));
+    ASSERT_EQ(c.created, handler != nullptr);
+    if (handler == nullptr) {
+        EXPECT_EQ(0, AllocCount()) << "first allocation of " << AllocFirstSize() << " bytes";
+        return;
     }
-    EXPECT_EQ(RESAMPLE_Destroy(&handler), 0);
-    EXPECT_EQ(handler, nullptr);
+    EXPECT_EQ(0, std::memcmp(&c.attr, &handler->stAttr, sizeof(attr)));
+    EXPECT_EQ(0, handler->stData.end_of_input);  // consecutive periods are one stream
+    EXPECT_EQ(static_cast<double>(attr.s32OutRate) / attr.s32InRate, handler->stData.src_ratio);
+    EXPECT_EQ(0, RESAMPLE_Destroy(&handler));
+    EXPECT_EQ(nullptr, handler);
 }
 
 INSTANTIATE_TEST_SUITE_P(Vectors, ResampleCreate, ::testing::ValuesIn(kCreateCases),
-                         [](const ::testing::TestParamInfo<CreateCase>& info) { return info.param.name; });
+                         [](const ::testing::TestParamInfo<CreateCase>& i) { return i.param.name; });
 
-std::vector<CreateCase> RefusedCases() {
-    std::vector<CreateCase> refused;
-    for (const CreateCase& c : kCreateCases) {
-        if (!c.created) {
-            refused.push_back(c);
-        }
-    }
-    return refused;
-}
-
-class ResampleRefused : public ::testing::TestWithParam<CreateCase> {};
-
-// The checks come before anything is made: no C++ allocation (and ASan sees no leak).
-TEST_P(ResampleRefused, AllocatesNothing) {
-    RESAMPLE_ATTR_S attr = GetParam().attr;
-    StdoutCapture capture;
-    audiomw_test::AllocCounterArm();
-    RESAMPLE_HANDLER* handler = RESAMPLE_CreateHandler(&attr);
-    audiomw_test::AllocCounterDisarm();
-    capture.Stop();
-    EXPECT_EQ(handler, nullptr);
-    EXPECT_EQ(0, audiomw_test::AllocCount())
-        << "first allocation of " << audiomw_test::AllocFirstSize() << " bytes";
-}
-
-INSTANTIATE_TEST_SUITE_P(Vectors, ResampleRefused, ::testing::ValuesIn(RefusedCases()),
-                         [](const ::testing::TestParamInfo<CreateCase>& info) { return info.param.name; });
-
-TEST(ResampleCreateArgs, NullAttrRefused) {
-    StdoutCapture capture;
-    EXPECT_EQ(RESAMPLE_CreateHandler(nullptr), nullptr);
-    EXPECT_EQ(PrintedMessages(capture.Stop(), "RESAMPLE_CreateHandler"), Strings{"attr is null!"});
-}
-
-// Runs `periods` consecutive periods of `in` (a whole number of input periods) through a
-// new handler; returns the frames each call reported, concatenated, and every result.
+// Consecutive input periods of `in` through one handler, each call told 0 frames in and
+// out (the counts are ignored) and given exactly one output period of room (ASan checks
+// it is not overrun): the frames each call reported, concatenated, every result, and
+// the allocations the calls made.
 struct RunResult {
     std::vector<int16_t> out;
     std::vector<int> results;
+    long allocations = 0;
 };
 
 RunResult RunPeriods(RESAMPLE_ATTR_S attr, const std::vector<int16_t>& in) {
     RunResult r;
     RESAMPLE_HANDLER* handler = RESAMPLE_CreateHandler(&attr);
-    EXPECT_NE(handler, nullptr);
-    if (handler == nullptr) {
-        return r;
-    }
-    const size_t inSamples = size_t(attr.s32InPeriodSize) * attr.s32InChn;
-    const size_t outSamples = size_t(attr.s32OutPeriodSize) * attr.s32OutChn;
-    std::vector<uint8_t> outBytes(outSamples * 2);
-    for (size_t pos = 0; pos + inSamples <= in.size(); pos += inSamples) {
-        std::vector<uint8_t> inBytes =
-            ToBytes(std::vector<int16_t>(in.begin() + pos, in.begin() + pos + inSamples));
-        int n = RESAMPLE_Process(handler, inBytes.data(), attr.s32InPeriodSize, outBytes.data(),
-                                 attr.s32OutPeriodSize);
+    EXPECT_NE(nullptr, handler);
+    const size_t inSamples = static_cast<size_t>(attr.s32InPeriodSize) * attr.s32InChn;
+    std::vector<uint8_t> inBytes = ToBytes(in), outBytes(attr.s32OutPeriodSize * attr.s32OutChn * 2);
+    for (size_t pos = 0; handler != nullptr && pos + inSamples <= in.size(); pos += inSamples) {
+        AllocCounterArm();
+        int n = RESAMPLE_Process(handler, &inBytes[pos * 2], 0, outBytes.data(), 0);
+        AllocCounterDisarm();
+        r.allocations += AllocCount();
         r.results.push_back(n);
         std::vector<int16_t> samples = ToSamples(outBytes);
         r.out.insert(r.out.end(), samples.begin(), samples.begin() + std::max(n, 0) * attr.s32OutChn);
@@ -184,243 +118,111 @@ RunResult RunPeriods(RESAMPLE_ATTR_S attr, const std::vector<int16_t>& in) {
     return r;
 }
 
-// Channel `ch` of interleaved `samples`.
-std::vector<int16_t> Channel(const std::vector<int16_t>& samples, int channels, int ch) {
-    std::vector<int16_t> out;
-    for (size_t i = ch; i < samples.size(); i += channels) {
-        out.push_back(samples[i]);
-    }
-    return out;
-}
-
-// Output delay, in output frames, for which out[k] == in[(k - delay) * num / den] over the
-// whole output after the delay, or -1 when no delay up to 6 fits.
-int HoldDelay(const std::vector<int16_t>& in, const std::vector<int16_t>& out, int num, int den) {
-    for (int delay = 0; delay <= 6; delay++) {
-        bool fits = out.size() > size_t(delay);
-        for (size_t k = delay; fits && k < out.size(); k++) {
-            size_t src = (k - delay) * num / den;
-            fits = src < in.size() && out[k] == in[src];
+// The hold: the offset o in 0..6 for which output frame k is input frame (k * num - o) / den
+// over the whole output, channel for channel; -1 when there is none.
+int HoldOffset(const std::vector<int16_t>& in, const std::vector<int16_t>& out, int chn, int num, int den) {
+    for (size_t o = 0; o <= 6; o++) {
+        bool fits = true;
+        for (size_t k = (o + num - 1) / num; fits && (k + 1) * chn <= out.size(); k++) {
+            const size_t src = (k * num - o) / den;
+            for (int c = 0; fits && c < chn; c++) {
+                fits = (src + 1) * chn <= in.size() && out[k * chn + c] == in[src * chn + c];
+            }
         }
         if (fits) {
-            return delay;
+            return static_cast<int>(o);
         }
     }
     return -1;
 }
 
-TEST(ResampleProcess, UpsampleHoldsEachSampleThreeTimes) {
-    const int periods = 6;
-    std::vector<int16_t> in = ToSamples(MakePattern(1, 320 * periods, 7));
-    RunResult r = RunPeriods({16000, 1, 320, 48000, 1, 960}, in);
-    ASSERT_EQ(r.results.size(), size_t(periods));
-    for (int n : r.results) {
-        EXPECT_GT(n, 0);
-        EXPECT_LE(n, 960);
-    }
-    int delay = HoldDelay(in, r.out, 1, 3);
-    EXPECT_GE(delay, 0);
-    EXPECT_LE(delay, 3);
-    // Periods join without a seam: the held input runs to the last period's end.
-    EXPECT_GE(r.out.size(), size_t(960 * periods - 3));
-}
-
-TEST(ResampleProcess, StereoChannelsStayApart) {
-    std::vector<int16_t> in = ToSamples(MakePattern(2, 320 * 4, 11));
-    RunResult r = RunPeriods({16000, 2, 320, 48000, 2, 960}, in);
-    for (int ch = 0; ch < 2; ch++) {
-        int delay = HoldDelay(Channel(in, 2, ch), Channel(r.out, 2, ch), 1, 3);
-        EXPECT_GE(delay, 0) << "channel " << ch;
-        EXPECT_LE(delay, 3) << "channel " << ch;
-    }
-}
-
-TEST(ResampleProcess, DownsampleKeepsEveryThirdSample) {
-    std::vector<int16_t> in = ToSamples(MakePattern(1, 960 * 4, 5));
-    RunResult r = RunPeriods({48000, 1, 960, 16000, 1, 320}, in);
-    ASSERT_EQ(r.results.size(), 4u);
-    for (int n : r.results) {
-        EXPECT_GT(n, 0);
-        EXPECT_LE(n, 320);
-    }
-    // After the converter's first held value, output k is input 3k - 1.
-    ASSERT_GT(r.out.size(), 300u);
-    for (size_t k = 1; k < r.out.size(); k++) {
-        ASSERT_EQ(r.out[k], in[3 * k - 1]) << "output frame " << k;
+TEST(ResampleProcess, HoldsEachSampleAcrossPeriodsWithoutAllocating) {
+    const struct {
+        RESAMPLE_ATTR_S attr;
+        int num, den;
+    } kCases[] = {{{16000, 2, 320, 48000, 2, 960}, 1, 3}, {{48000, 1, 960, 16000, 1, 320}, 3, 1}};
+    for (const auto& c : kCases) {
+        const int periods = 6, chn = c.attr.s32InChn, outPeriod = c.attr.s32OutPeriodSize;
+        std::vector<int16_t> in = ToSamples(MakePattern(chn, c.attr.s32InPeriodSize * periods, 7));
+        RunResult r = RunPeriods(c.attr, in);
+        ASSERT_EQ(static_cast<size_t>(periods), r.results.size());
+        for (int n : r.results) {
+            EXPECT_GT(n, 0);
+            EXPECT_LE(n, outPeriod);
+        }
+        // Periods join without a seam: the held input runs to the last period's end.
+        EXPECT_GE(r.out.size(), static_cast<size_t>((outPeriod * periods - 3) * chn));
+        const int offset = HoldOffset(in, r.out, chn, c.num, c.den);
+        EXPECT_GE(offset, 0) << c.attr.s32InRate << "=>" << c.attr.s32OutRate;
+        EXPECT_LE(offset, 3);
+        EXPECT_EQ(0, r.allocations);
     }
 }
 
 TEST(ResampleProcess, SineKeepsFrequencyAndLevel) {
-    const double kPi = std::acos(-1.0);
-    const double freq = 1000.0;
-    const double amplitude = 16000.0;
-    const int periods = 50;
-    std::vector<int16_t> in(320 * periods);
+    const double kPi = std::acos(-1.0), kFreq = 1000.0;
+    std::vector<int16_t> in(320 * 50);
+    double inEnergy = 0, outEnergy = 0;
     for (size_t i = 0; i < in.size(); i++) {
-        in[i] = int16_t(std::lrint(amplitude * std::sin(2 * kPi * freq * double(i) / 16000.0)));
+        in[i] = static_cast<int16_t>(std::lrint(16000.0 * std::sin(2 * kPi * kFreq * i / 16000.0)));
+        inEnergy += static_cast<double>(in[i]) * in[i];
     }
     RunResult r = RunPeriods({16000, 1, 320, 48000, 1, 960}, in);
-    // Skip the first period: the converter's start-up.
-    std::vector<double> y(r.out.begin() + 960, r.out.end());
+    std::vector<double> y(r.out.begin() + 960, r.out.end());  // past the converter's start-up
     ASSERT_GT(y.size(), 48000u * 9 / 10);
-
-    double firstCross = -1;
-    double lastCross = -1;
     int crossings = 0;
-    double energy = 0;
     for (size_t k = 1; k < y.size(); k++) {
-        if (y[k - 1] < 0 && y[k] >= 0) {
-            double t = double(k - 1) + (-y[k - 1]) / (y[k] - y[k - 1]);
-            firstCross = firstCross < 0 ? t : firstCross;
-            lastCross = t;
-            crossings++;
-        }
-        energy += y[k] * y[k];
+        crossings += y[k - 1] < 0 && y[k] >= 0;
+        outEnergy += y[k] * y[k];
     }
-    ASSERT_GT(crossings, 100);
-    double measuredFreq = (crossings - 1) / ((lastCross - firstCross) / 48000.0);
-    EXPECT_NEAR(measuredFreq, freq, freq * 0.01);
-
-    double inEnergy = 0;
-    for (size_t i = 320; i < in.size(); i++) {
-        inEnergy += double(in[i]) * in[i];
-    }
-    double inRms = std::sqrt(inEnergy / double(in.size() - 320));
-    double outRms = std::sqrt(energy / double(y.size() - 1));
-    EXPECT_NEAR(20 * std::log10(outRms / inRms), 0.0, 1.0);
-}
-
-TEST(ResampleProcess, InFramesAndOutFramesAreIgnored) {
-    RESAMPLE_ATTR_S attr = {16000, 1, 320, 48000, 1, 960};
-    RESAMPLE_HANDLER* a = RESAMPLE_CreateHandler(&attr);
-    RESAMPLE_HANDLER* b = RESAMPLE_CreateHandler(&attr);
-    ASSERT_NE(a, nullptr);
-    ASSERT_NE(b, nullptr);
-    std::vector<uint8_t> in = MakePattern(1, 320, 3);
-    std::vector<uint8_t> outA(960 * 2);
-    std::vector<uint8_t> outB(960 * 2);
-    for (int call = 0; call < 3; call++) {
-        int na = RESAMPLE_Process(a, in.data(), 10, outA.data(), 0);
-        int nb = RESAMPLE_Process(b, in.data(), 320, outB.data(), 962);
-        EXPECT_EQ(na, nb);
-        EXPECT_EQ(outA, outB);
-    }
-    // The last frames of the output come from the end of the 320-frame period.
-    std::vector<int16_t> inSamples = ToSamples(in);
-    std::vector<int16_t> outSamples = ToSamples(outA);
-    EXPECT_EQ(outSamples[959], inSamples[318]);
-    RESAMPLE_Destroy(&a);
-    RESAMPLE_Destroy(&b);
-}
-
-TEST(ResampleProcess, WritesExactlyOneOutputPeriod) {
-    RESAMPLE_ATTR_S attr = {32000, 2, 512, 48000, 2, 768};
-    RESAMPLE_HANDLER* handler = RESAMPLE_CreateHandler(&attr);
-    ASSERT_NE(handler, nullptr);
-    std::vector<uint8_t> in = MakePattern(2, 512, 9);
-    const size_t periodBytes = 768 * 2 * 2;
-    std::vector<uint8_t> out(periodBytes + 64, 0xA5);
-    int n = RESAMPLE_Process(handler, in.data(), 512, out.data(), 768);
-    EXPECT_GT(n, 0);
-    EXPECT_LE(n, 768);
-    for (size_t i = periodBytes; i < out.size(); i++) {
-        ASSERT_EQ(out[i], 0xA5) << "byte " << i << " past the period";
-    }
-    // The generated frames carry input samples, channel for channel.
-    std::vector<int16_t> inSamples = ToSamples(in);
-    std::vector<int16_t> outSamples = ToSamples(std::vector<uint8_t>(out.begin(), out.begin() + periodBytes));
-    EXPECT_EQ(outSamples[2 * (n - 1)], inSamples[2 * 510]);
-    EXPECT_EQ(outSamples[2 * (n - 1) + 1], inSamples[2 * 510 + 1]);
-    RESAMPLE_Destroy(&handler);
-}
-
-TEST(ResampleProcess, ZeroPeriodsProduceNothing) {
-    RESAMPLE_ATTR_S attr = {16000, 1, 0, 48000, 1, 0};
-    RESAMPLE_HANDLER* handler = RESAMPLE_CreateHandler(&attr);
-    ASSERT_NE(handler, nullptr);
-    uint8_t in[4] = {1, 2, 3, 4};
-    uint8_t out[4] = {9, 9, 9, 9};
-    EXPECT_EQ(RESAMPLE_Process(handler, in, 0, out, 0), 0);
-    EXPECT_EQ(out[0], 9);
-    EXPECT_EQ(out[3], 9);
-    RESAMPLE_Destroy(&handler);
+    EXPECT_NEAR(kFreq, crossings / (y.size() / 48000.0), kFreq * 0.01);
+    const double gain = std::sqrt(outEnergy / (y.size() - 1)) / std::sqrt(inEnergy / in.size());
+    EXPECT_NEAR(0.0, 20 * std::log10(gain), 1.0);
 }
 
 TEST(ResampleProcess, ConverterErrorPrintsAndReturnsZero) {
     RESAMPLE_ATTR_S attr = {100, 1, 1, 48000, 1, 480};
-    StdoutCapture capture;
+    StdoutCapture createCapture;
     RESAMPLE_HANDLER* handler = RESAMPLE_CreateHandler(&attr);
-    capture.Stop();
-    ASSERT_NE(handler, nullptr);
-    std::vector<uint8_t> in = {0x34, 0x12};
-    std::vector<uint8_t> out(480 * 2, 0x5A);
-    StdoutCapture processCapture;
-    EXPECT_EQ(RESAMPLE_Process(handler, in.data(), 1, out.data(), 480), 0);
-    EXPECT_EQ(PrintedMessages(processCapture.Stop(), "RESAMPLE_Process"),
-              Strings{"src_process err=" + BadRatioText()});
-    EXPECT_EQ(out, std::vector<uint8_t>(480 * 2, 0x5A));
+    createCapture.Stop();
+    ASSERT_NE(nullptr, handler);
+    std::vector<uint8_t> in = {0x34, 0x12}, out(480 * 2, 0x5A);
+    StdoutCapture capture;
+    EXPECT_EQ(0, RESAMPLE_Process(handler, in.data(), 1, out.data(), 480));
+    EXPECT_EQ("[RESAMPLE_Process] src_process err=" + BadRatioText() + "\n", Printed(capture));
+    EXPECT_EQ(std::vector<uint8_t>(480 * 2, 0x5A), out);
     RESAMPLE_Destroy(&handler);
 }
 
-TEST(ResampleProcess, AllocatesNothing) {
-    RESAMPLE_ATTR_S attr = {16000, 2, 320, 48000, 2, 960};
-    RESAMPLE_HANDLER* handler = RESAMPLE_CreateHandler(&attr);
-    ASSERT_NE(handler, nullptr);
-    std::vector<uint8_t> in = MakePattern(2, 320, 1);
-    std::vector<uint8_t> out(960 * 2 * 2);
-    audiomw_test::AllocCounterArm();
-    int total = 0;
-    for (int i = 0; i < 20; i++) {
-        total += RESAMPLE_Process(handler, in.data(), 320, out.data(), 960);
-    }
-    audiomw_test::AllocCounterDisarm();
-    EXPECT_EQ(0, audiomw_test::AllocCount())
-        << "first allocation of " << audiomw_test::AllocFirstSize() << " bytes";
-    EXPECT_GT(total, 0);
-    RESAMPLE_Destroy(&handler);
-}
-
-TEST(ResampleArgs, NullHandlerIsMinusOneSilently) {
-    uint8_t buf[4] = {0};
-    StdoutCapture capture;
-    EXPECT_EQ(RESAMPLE_Process(nullptr, buf, 1, buf, 1), -1);
-    EXPECT_EQ(capture.Stop(), "");
-}
-
-TEST(ResampleArgs, NullBuffersRefused) {
-    RESAMPLE_ATTR_S attr = {16000, 1, 320, 48000, 1, 960};
-    RESAMPLE_HANDLER* handler = RESAMPLE_CreateHandler(&attr);
-    ASSERT_NE(handler, nullptr);
-    std::vector<uint8_t> buf(960 * 2);
-    StdoutCapture capture;
-    EXPECT_EQ(RESAMPLE_Process(handler, nullptr, 320, buf.data(), 960), -1);
-    EXPECT_EQ(RESAMPLE_Process(handler, buf.data(), 320, nullptr, 960), -1);
-    EXPECT_EQ(PrintedMessages(capture.Stop(), "RESAMPLE_Process"),
-              (Strings{"in or out buffer is null!", "in or out buffer is null!"}));
-    RESAMPLE_Destroy(&handler);
-}
-
-TEST(ResampleArgs, HandlerWithoutConverterOrBuffersRefused) {
-    std::vector<uint8_t> buf(960 * 2);
-    RESAMPLE_HANDLER empty = {};
-    RESAMPLE_HANDLER noBuffers = {};
-    noBuffers.stAttr = {16000, 1, 320, 48000, 1, 960};
+TEST(ResampleArgs, NullAndUnusableArgumentsAreRefused) {
+    std::vector<uint8_t> buf(960 * 2, 9);
+    RESAMPLE_ATTR_S attr = {16000, 1, 320, 48000, 1, 960}, none = {16000, 1, 0, 48000, 1, 0};
+    RESAMPLE_HANDLER *handler = RESAMPLE_CreateHandler(&attr), *empty = RESAMPLE_CreateHandler(&none);
+    RESAMPLE_HANDLER unusable = {}, noBuffers = {};
+    noBuffers.stAttr = attr;
     int error = 0;
     noBuffers.pState = src_new(SRC_ZERO_ORDER_HOLD, 1, &error);
-    ASSERT_NE(noBuffers.pState, nullptr);
     StdoutCapture capture;
-    EXPECT_EQ(RESAMPLE_Process(&empty, buf.data(), 320, buf.data(), 960), -1);
-    EXPECT_EQ(RESAMPLE_Process(&noBuffers, buf.data(), 320, buf.data(), 960), -1);
-    EXPECT_EQ(PrintedMessages(capture.Stop(), "RESAMPLE_Process"),
-              (Strings{"handler is not usable!", "handler is not usable!"}));
+    EXPECT_EQ(nullptr, RESAMPLE_CreateHandler(nullptr));
+    EXPECT_EQ(-1, RESAMPLE_Process(nullptr, buf.data(), 320, buf.data(), 960));
+    EXPECT_EQ(-1, RESAMPLE_Process(handler, nullptr, 320, buf.data(), 960));
+    EXPECT_EQ(-1, RESAMPLE_Process(handler, buf.data(), 320, nullptr, 960));
+    EXPECT_EQ(-1, RESAMPLE_Process(&unusable, buf.data(), 320, buf.data(), 960));
+    EXPECT_EQ(-1, RESAMPLE_Process(&noBuffers, buf.data(), 320, buf.data(), 960));
+    // Zero periods convert and write nothing.
+    EXPECT_EQ(0, RESAMPLE_Process(empty, buf.data(), 0, buf.data(), 0));
+    EXPECT_EQ(std::vector<uint8_t>(960 * 2, 9), buf);
+    EXPECT_EQ(
+        "[RESAMPLE_CreateHandler] attr is null!\n[RESAMPLE_Process] in or out buffer is null!\n"
+        "[RESAMPLE_Process] in or out buffer is null!\n[RESAMPLE_Process] handler is not usable!\n"
+        "[RESAMPLE_Process] handler is not usable!\n",
+        Printed(capture));
     src_delete(noBuffers.pState);
-}
-
-TEST(ResampleArgs, DestroyNullForms) {
-    EXPECT_EQ(RESAMPLE_Destroy(nullptr), 0);
-    RESAMPLE_HANDLER* none = nullptr;
-    EXPECT_EQ(RESAMPLE_Destroy(&none), 0);
-    EXPECT_EQ(none, nullptr);
+    EXPECT_EQ(0, RESAMPLE_Destroy(&handler));
+    EXPECT_EQ(0, RESAMPLE_Destroy(&empty));
+    EXPECT_EQ(0, RESAMPLE_Destroy(&empty));
+    EXPECT_EQ(nullptr, empty);
+    EXPECT_EQ(0, RESAMPLE_Destroy(nullptr));
 }
 
 }  // namespace
