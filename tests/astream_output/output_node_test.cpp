@@ -44,9 +44,8 @@ class OutputNodeTest : public audiomw_test::AoTest {
         BSP_ClearGpioOverrides();
         // AO 0, 1 and 2 on cards 10, 11, 12, each 2 channels at 16 kHz.
         for (int ao = 0; ao < 3; ao++) {
-            audiomw_test::PlaybackPcm p;
-            p.card = 10 + ao;
-            AddPlayback(p);
+            audiomw_test::LoadCards("pcm card=" + std::to_string(10 + ao) +
+                                    " device=0 dir=playback sink=memory");
             AO_ATTR_S attr = audiomw_test::AlsaAoAttr(10 + ao, 0, 16000, 2, kFrames);
             ASSERT_EQ(0, AUDIO_AO_Create(ao, &attr));
         }

@@ -46,9 +46,7 @@ class OutputStreamTest : public audiomw_test::AoTest {
     // AO `ao` on virtual card 10 + ao with a memory sink, created disabled: the
     // output node enables it.
     void AddAo(int ao, int channels) {
-        audiomw_test::PlaybackPcm p;
-        p.card = 10 + static_cast<unsigned int>(ao);
-        AddPlayback(p);
+        audiomw_test::LoadCards("pcm card=" + std::to_string(10 + ao) + " device=0 dir=playback sink=memory");
         AO_ATTR_S attr = audiomw_test::AlsaAoAttr(10 + ao, 0, 16000, channels, kFrames);
         ASSERT_EQ(0, AUDIO_AO_Create(ao, &attr));
     }
