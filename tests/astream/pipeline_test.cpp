@@ -1,146 +1,84 @@
-// Pipeline build and teardown: the class made for each code, list order, the failure
-// exit on a code without a class, nodes whose init fails, and the teardown order.
+// Pipeline build and teardown (failure exit, nodes whose init fails, list order) and
+// the worker job that runs a pipeline.
 #include <string>
-#include <typeinfo>
 #include <vector>
 
-#include "astream/astream_debug_dump_node.h"
-#include "astream/astream_merge_node.h"
-#include "astream/astream_mixin_node.h"
-#include "astream/astream_split_node.h"
-#include "astream/astream_swap_node.h"
 #include "astream_test_util.h"
 #include "test_support.h"
 
 namespace {
 
-using astream_test::DumpAttr;
-using astream_test::FakeStream;
-using astream_test::MergeAttr;
-using astream_test::MixinAttr;
-using astream_test::NodeAttr;
-using astream_test::SplitAttr;
-using astream_test::SwapAttr;
+using namespace astream_test;
 
 class PipelineTest : public audiomw_test::AudioTest {
   protected:
-    ASTREAM_ATTR_S Attr(std::initializer_list<ASTREAM_NODE_ATTR_S> nodes) {
-        ASTREAM_ATTR_S a;
-        a.s32AiId = 0;
-        a.s32WorkerNum = 1;
-        a.lstNodeAttr = nodes;
-        return a;
-    }
     std::string Closed(const std::string& path) { return "dump file " + path + " closed, _mu32WriteLen:0"; }
+    const std::string p1 = root.Dir() + "/a.pcm", p2 = root.Dir() + "/b.pcm";
 };
 
-TEST_F(PipelineTest, EmptyListBuildsAnEmptyPipeline) {
+TEST_F(PipelineTest, NullArgumentsAndAnEmptyList) {
     FakeStream s(2, 4, 1);
-    ASTREAM_ATTR_S a = Attr({});
+    ASTREAM_ATTR_S a = StreamAttr(0, 1, {SwapAttr({1, 0})});
+    EXPECT_EQ(-1, AUDIO_ASTREAM_InitPipeline(nullptr, &a));
+    EXPECT_EQ(-1, AUDIO_ASTREAM_InitPipeline(&s.h, nullptr));
+    EXPECT_EQ(0, AUDIO_ASTREAM_DestroyPipeline(nullptr));
+    a.lstNodeAttr.clear();
     EXPECT_EQ(0, AUDIO_ASTREAM_InitPipeline(&s.h, &a));
     EXPECT_TRUE(s.h.lstNode.empty());
     EXPECT_EQ(0, log.CountContaining("node"));
 }
 
-TEST_F(PipelineTest, EveryCodeBuildsItsClassInListOrder) {
-    FakeStream s(4, 4, 1);
-    ASTREAM_ATTR_S a = Attr({SwapAttr({1, 0, 3, 2}), SplitAttr(0, 1, 3), MixinAttr(0, 1, 1),
-                             MergeAttr(0, 1, 3), DumpAttr(root.Dir() + "/d.pcm", 0, 4)});
-    ASSERT_EQ(0, AUDIO_ASTREAM_InitPipeline(&s.h, &a));
-    const std::vector<const std::type_info*> classes = {
-        &typeid(ASTREAM_SWAP_NODE_S), &typeid(ASTREAM_SPLIT_NODE_S), &typeid(ASTREAM_MIXIN_NODE_S),
-        &typeid(ASTREAM_MERGE_NODE_S), &typeid(ASTREAM_DEBUG_DUMP_NODE_S)};
-    ASSERT_EQ(classes.size(), s.h.lstNode.size());
-    auto it = a.lstNodeAttr.begin();
-    int i = 0;
-    int lastIndex = -1;
-    for (ASTREAM_NODE_S* node : s.h.lstNode) {
-        SCOPED_TRACE(i);
-        EXPECT_EQ(*classes[i], typeid(*node));
-        EXPECT_EQ(it->eType, node->_meType);
-        EXPECT_EQ(&s.h, node->_mpHandler);
-        EXPECT_EQ(it->eType == ASTREAM_NODE_TYPE_E_DEBUG_DUMP ? ZN_FALSE : ZN_TRUE, node->_mbEnable);
-        int index = log.IndexOf("ASTREAM[1] add node type[" + std::to_string(it->eType) + "]", lastIndex + 1);
-        EXPECT_GT(index, lastIndex);
-        lastIndex = index;
-        ++it;
-        ++i;
-    }
-    EXPECT_EQ(0, log.CountContaining("failed"));
-    // The nodes copied their records: the list may go away.
-    a.lstNodeAttr.clear();
-    auto* swap = dynamic_cast<ASTREAM_SWAP_NODE_S*>(s.h.lstNode.front());
-    ASSERT_NE(nullptr, swap);
-    EXPECT_EQ(3, swap->_mstAttr.as32Map[2]);
-}
-
 // A code without a class after two built nodes: both are destroyed in list order, the
 // list is empty and the build fails.
 TEST_F(PipelineTest, CodeWithoutClassUndoesTheBuild) {
-    FakeStream s(2, 4, 1);
-    const std::string p1 = root.Dir() + "/a.pcm", p2 = root.Dir() + "/b.pcm";
-    ASTREAM_ATTR_S a =
-        Attr({DumpAttr(p1, 0, 1), DumpAttr(p2, 1, 1), NodeAttr(static_cast<ASTREAM_NODE_TYPE_E>(7))});
-    EXPECT_EQ(-1, AUDIO_ASTREAM_InitPipeline(&s.h, &a));
-    EXPECT_TRUE(s.h.lstNode.empty());
-    const std::vector<std::string> expected = {
-        "ASTREAM[1] add node type[154]",
-        "ASTREAM[1] add node type[154]",
-        "ASTREAM[1] pipeline node type[7] not support yet",
-        "ASTREAM[1] create failed, destroy",
-        Closed(p1),
-        Closed(p2),
-    };
-    int from = 0;
-    for (const std::string& m : expected) {
-        int index = log.IndexOf(m, from);
-        EXPECT_GE(index, from) << m;
-        from = index + 1;
-    }
-    EXPECT_EQ(1, log.Count(3, "ASTREAM[1] pipeline node type[7] not support yet"));
-    EXPECT_EQ(1, log.Count(4, "ASTREAM[1] create failed, destroy"));
-    EXPECT_EQ(0, log.CountContaining("pipeline destroyed"));
-}
-
-TEST_F(PipelineTest, CodesWithoutClassAreRefused) {
-    for (int code : {5, 7, 152, 155, -1, 1000}) {
+    for (int code : {7, 5, 152, 155, -1, 1000}) {
         SCOPED_TRACE(code);
         log.Clear();
-        FakeStream s(2, 4, 0);
-        ASTREAM_ATTR_S a = Attr({SwapAttr({1, 0}), NodeAttr(static_cast<ASTREAM_NODE_TYPE_E>(code))});
+        FakeStream s(2, 4, 1);
+        ASTREAM_ATTR_S a = StreamAttr(
+            0, 1, {DumpAttr(p1, 0, 1), DumpAttr(p2, 1, 1), NodeAttr(static_cast<ASTREAM_NODE_TYPE_E>(code))});
         EXPECT_EQ(-1, AUDIO_ASTREAM_InitPipeline(&s.h, &a));
         EXPECT_TRUE(s.h.lstNode.empty());
-        EXPECT_EQ(
-            1, log.Count(3, "ASTREAM[0] pipeline node type[" + std::to_string(code) + "] not support yet"));
+        const std::string refused =
+            "ASTREAM[1] pipeline node type[" + std::to_string(code) + "] not support yet";
+        ExpectInOrder(log, {"ASTREAM[1] add node type[154]", "ASTREAM[1] add node type[154]", refused,
+                            "ASTREAM[1] create failed, destroy", Closed(p1), Closed(p2)});
+        EXPECT_EQ(1, log.Count(3, refused));
+        EXPECT_EQ(1, log.Count(4, "ASTREAM[1] create failed, destroy"));
+        EXPECT_EQ(0, log.CountContaining("pipeline destroyed"));
     }
 }
 
-// A node whose init fails is reported, then added and kept; the build succeeds.
+// A node whose init fails is reported, then added and kept; the build succeeds. A dump
+// node whose file cannot be made, forced on, writes nothing and leaves the data in place.
 TEST_F(PipelineTest, NodeWhoseInitFailsIsKept) {
     FakeStream s(2, 4, 0);
-    ASTREAM_ATTR_S a =
-        Attr({DumpAttr(root.Dir() + "/none/d.pcm", 0, 1), SplitAttr(0, 3, 0), SwapAttr({1, 0})});
+    const std::string missing = root.Dir() + "/none/d.pcm";
+    ASTREAM_ATTR_S a = StreamAttr(0, 1, {DumpAttr(missing, 0, 1), SplitAttr(0, 3, 0), SwapAttr({1, 0})});
     ASSERT_EQ(0, AUDIO_ASTREAM_InitPipeline(&s.h, &a));
     ASSERT_EQ(3u, s.h.lstNode.size());
-    int failed154 = log.IndexOf("ASTREAM[0] pipeline node type[154] init failed");
-    int added154 = log.IndexOf("ASTREAM[0] add node type[154]");
-    int failed2 = log.IndexOf("ASTREAM[0] pipeline node type[2] init failed");
-    int added2 = log.IndexOf("ASTREAM[0] add node type[2]");
+    EXPECT_EQ(1, log.Count(3, "dump file " + missing + " create failed"));
+    const int failed154 = log.IndexOf("ASTREAM[0] pipeline node type[154] init failed");
+    const int failed2 = log.IndexOf("ASTREAM[0] pipeline node type[2] init failed");
     EXPECT_GE(failed154, 0);
-    EXPECT_EQ(failed154 + 1, added154);
-    EXPECT_GT(failed2, added154);
-    EXPECT_EQ(failed2 + 1, added2);
+    EXPECT_EQ(failed154 + 1, log.IndexOf("ASTREAM[0] add node type[154]"));
+    EXPECT_GT(failed2, failed154);
+    EXPECT_EQ(failed2 + 1, log.IndexOf("ASTREAM[0] add node type[2]"));
     EXPECT_EQ(0, log.CountContaining("type[1] init failed"));
     std::vector<ASTREAM_NODE_S*> nodes(s.h.lstNode.begin(), s.h.lstNode.end());
-    EXPECT_EQ(ZN_FALSE, nodes[0]->_mbEnable);
-    EXPECT_EQ(ZN_FALSE, nodes[1]->_mbEnable);
-    EXPECT_EQ(ZN_TRUE, nodes[2]->_mbEnable);
+    EXPECT_EQ((std::vector<int>{ZN_FALSE, ZN_FALSE, ZN_TRUE}),
+              (std::vector<int>{nodes[0]->_mbEnable, nodes[1]->_mbEnable, nodes[2]->_mbEnable}));
+    nodes[0]->_mbEnable = ZN_TRUE;
+    std::vector<char> in(s.h.u32BufLen, 9), out(in.size(), 0);
+    bool inPlace = false;
+    EXPECT_EQ(0, nodes[0]->process(in.data(), out.data(), inPlace));
+    EXPECT_TRUE(inPlace);
+    EXPECT_FALSE(audiomw_test::FileExists(missing));
 }
 
 TEST_F(PipelineTest, TeardownDestroysInListOrder) {
     FakeStream s(2, 4, 1);
-    const std::string p1 = root.Dir() + "/a.pcm", p2 = root.Dir() + "/b.pcm";
-    ASTREAM_ATTR_S a = Attr({DumpAttr(p1, 0, 1), SwapAttr({1, 0}), DumpAttr(p2, 1, 1)});
+    ASTREAM_ATTR_S a = StreamAttr(0, 1, {DumpAttr(p1, 0, 1), SwapAttr({1, 0}), DumpAttr(p2, 1, 1)});
     ASSERT_EQ(0, AUDIO_ASTREAM_InitPipeline(&s.h, &a));
     log.Clear();
     EXPECT_EQ(0, AUDIO_ASTREAM_DestroyPipeline(&s.h));
@@ -148,15 +86,65 @@ TEST_F(PipelineTest, TeardownDestroysInListOrder) {
     EXPECT_EQ((std::vector<std::string>{Closed(p1), Closed(p2), "ASTREAM[1] pipeline destroyed"}),
               log.Messages());
     EXPECT_EQ(1, log.Count(6, "ASTREAM[1] pipeline destroyed"));
-    EXPECT_EQ(0, AUDIO_ASTREAM_DestroyPipeline(nullptr));
 }
 
-TEST_F(PipelineTest, NullArgumentsAreRefused) {
-    FakeStream s(2, 4);
-    ASTREAM_ATTR_S a = Attr({SwapAttr({1, 0})});
-    EXPECT_EQ(-1, AUDIO_ASTREAM_InitPipeline(nullptr, &a));
-    EXPECT_EQ(-1, AUDIO_ASTREAM_InitPipeline(&s.h, nullptr));
-    EXPECT_TRUE(s.h.lstNode.empty());
+// The worker job run directly over buffers A and B: out-of-place nodes exchange them,
+// disabled nodes are skipped silently, a failing node is reported and the chain goes on.
+TEST_F(PipelineTest, WorkerJobPassesTheBuffersAlongTheChain) {
+    using Samples = std::vector<int16_t>;
+    const struct {
+        std::vector<ASTREAM_NODE_ATTR_S> nodes;
+        int forceOn;                  // a refused node forced on, -1 for none
+        Samples a, expectA, expectB;  // one frame of a.size() channels
+        bool failed;
+    } cases[] = {
+        // The swap writes pOut, so the mixin works in place on buffer B.
+        {{SwapAttr({1, 0}), MixinAttr(0, 1, 1)}, -1, {1, 3}, {1, 3}, {2, 1}, false},
+        {{SwapAttr({1, 2, 0}), SwapAttr({1, 2, 0})}, -1, {1, 2, 3}, {2, 3, 1}, {3, 1, 2}, false},
+        {{SplitAttr(0, 5, 0), SwapAttr({1, 0})}, -1, {1, 2}, {1, 2}, {2, 1}, false},
+        // The failing split leaves bInPlace as the mixin set it.
+        {{MixinAttr(0, 1, 1), SplitAttr(0, 5, 0), SwapAttr({1, 0})}, 1, {1, 3}, {2, 3}, {3, 2}, true},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(testing::Message() << c.nodes.size() << " nodes, " << c.a.size() << " channels");
+        FakeStream s(static_cast<int>(c.a.size()), 1, 1);
+        ASTREAM_ATTR_S a = StreamAttr(0, 1);
+        a.lstNodeAttr.assign(c.nodes.begin(), c.nodes.end());
+        ASSERT_EQ(0, AUDIO_ASTREAM_InitPipeline(&s.h, &a));
+        if (c.forceOn >= 0) {
+            (*std::next(s.h.lstNode.begin(), c.forceOn))->_mbEnable = ZN_TRUE;
+        }
+        Samples bufA = c.a, bufB(c.a.size(), 0x5555);
+        s.h.astJob[0] = {&s.h, reinterpret_cast<char*>(bufA.data()), reinterpret_cast<char*>(bufB.data())};
+        audiomw_test::StdoutCapture out;
+        threadAudioProcessWorker(&s.h.astJob[0]);
+        EXPECT_EQ(c.failed ? "ASTREAM[1] failed\n" : "", out.Stop());
+        EXPECT_EQ(c.expectA, bufA);
+        EXPECT_EQ(c.expectB, bufB);
+    }
+}
+
+// Per-node timing is printed only while the marker exists and for a node of at least a
+// millisecond, as a mixin over 16 x 2^20 samples is.
+TEST_F(PipelineTest, NodeTimingFollowsTheMarker) {
+    FakeStream s(16, 1u << 20);
+    ASTREAM_ATTR_S a = StreamAttr(
+        0, 1, {MixinAttr(0, 1, 15), SwapAttr({0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15})});
+    ASSERT_EQ(0, AUDIO_ASTREAM_InitPipeline(&s.h, &a));
+    std::vector<char> bufA(s.h.u32BufLen), bufB(s.h.u32BufLen);
+    s.h.astJob[0] = {&s.h, bufA.data(), bufB.data()};
+    audiomw_test::StdoutCapture quiet;
+    threadAudioProcessWorker(&s.h.astJob[0]);
+    EXPECT_EQ("", quiet.Stop());
+    root.SetMarker("/var/debugnodeprocess");
+    audiomw_test::StdoutCapture out;
+    threadAudioProcessWorker(&s.h.astJob[0]);
+    const std::string text = out.Stop(), head = "node process: type =4 cost ";
+    ASSERT_EQ(0u, text.find(head)) << text;
+    const size_t end = text.find("ms \n");
+    ASSERT_NE(std::string::npos, end) << text;
+    EXPECT_GT(std::stol(text.substr(head.size(), end - head.size())), 0);
+    EXPECT_EQ(std::string::npos, text.find("node process: type =4", end)) << "one line per node";
 }
 
 }  // namespace

@@ -1,0 +1,280 @@
+// Channel and dump nodes: exact buffers and bInPlace for a table of records, the init
+// line, setCfg and destroy, refused records, dump files and enableDumpNode.
+#include <climits>
+#include <cstdint>
+#include <cstring>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "astream_test_util.h"
+#include "test_support.h"
+
+namespace {
+
+using namespace astream_test;
+using audiomw_test::FileExists;
+using audiomw_test::ReadFileBytes;
+using audiomw_test::WriteFileBytes;
+using Samples = std::vector<int16_t>;
+using Bytes = std::vector<uint8_t>;
+
+constexpr int16_t kStale = 0x7A7A;  // what pOut holds before a node runs
+constexpr int16_t kLo = INT16_MIN, kHi = INT16_MAX;
+
+Samples Iota(size_t n) {
+    Samples v(n);
+    for (size_t i = 0; i < n; i++) {
+        v[i] = static_cast<int16_t>(i + 1);
+    }
+    return v;
+}
+
+// `base` with the samples from index `at` on replaced by `v`.
+Samples With(Samples base, size_t at, const Samples& v) {
+    std::copy(v.begin(), v.end(), base.begin() + at);
+    return base;
+}
+
+template <typename T>
+char* P(std::vector<T>& v) {
+    return reinterpret_cast<char*>(v.data());
+}
+
+struct ProcessVector {
+    int chn;
+    uint32_t frames;
+    ASTREAM_NODE_ATTR_S attr;
+    Samples in, expect;  // expect: the period after the node, wherever it lies
+    bool inPlace;
+};
+
+const ProcessVector kVectors[] = {
+    // 4 channels split into a mono block and a 3-channel group: the whole result is in pOut.
+    {4, 4, SplitAttr(0, 1, 3), Iota(16), {1, 5, 9, 13, 2, 3, 4, 6, 7, 8, 10, 11, 12, 14, 15, 16}, false},
+    // a + b = 2 < 8 >> 1: the two result blocks go back into pIn, the other blocks stay.
+    {8, 4, SplitAttr(2, 1, 1), Iota(32), With(Iota(32), 8, {9, 11, 13, 15, 10, 12, 14, 16}), true},
+    // a + b equal to C >> 1 (8 and 7 channels) completes pOut.
+    {8, 4, SplitAttr(1, 2, 2), Iota(32),
+     With(Iota(32), 4, {5, 6, 9, 10, 13, 14, 17, 18, 7, 8, 11, 12, 15, 16, 19, 20}), false},
+    {7, 1, SplitAttr(0, 1, 2), Iota(7), Iota(7), false},
+    {2, 3, SplitAttr(0, 2, 0), Iota(6), Iota(6), false},
+    {4, 2, SplitAttr(3, 0, 1), Iota(8), Iota(8), true},
+    {4, 4, MergeAttr(0, 1, 3), {1, 5, 9, 13, 2, 3, 4, 6, 7, 8, 10, 11, 12, 14, 15, 16}, Iota(16), false},
+    {8, 4, MergeAttr(2, 1, 1), With(Iota(32), 8, {9, 11, 13, 15, 10, 12, 14, 16}), Iota(32), true},
+    {2, 4, SwapAttr({1, 0}), Iota(8), {5, 6, 7, 8, 1, 2, 3, 4}, false},
+    {3, 2, SwapAttr({2, 0, 1}), Iota(6), {3, 4, 5, 6, 1, 2}, false},
+    {1, 3, SwapAttr({0}), Iota(3), Iota(3), false},
+    // Block 0 named twice: the later source wins, block 1 keeps stale data.
+    {2, 2, SwapAttr({0, 0}), Iota(4), {3, 4, kStale, kStale}, false},
+    // Target = (target + two group channels) / 3, truncated toward zero; no overflow at full scale.
+    {3, 2, MixinAttr(0, 1, 2), {30, -7, 1, 2, 0, 0}, {11, -2, 1, 2, 0, 0}, true},
+    {3, 2, MixinAttr(0, 1, 0), Iota(6), Iota(6), true},
+    {3, 2, MixinAttr(0, 1, 2), {kLo, kLo, kLo, kLo, kHi, kHi}, {kLo, 10922, kLo, kLo, kHi, kHi}, true},
+    // The target inside its own group: frames in increasing order, 2 and 3 read written targets.
+    {2, 4, MixinAttr(1, 0, 2), {3, 6, 9, 12, 30, 60, 90, 120}, {3, 6, 9, 12, 13, 27, 43, 94}, true},
+};
+
+class NodeTest : public audiomw_test::AudioTest {
+  protected:
+    std::string DumpPath() const { return root.Dir() + "/d.pcm"; }
+};
+
+TEST_F(NodeTest, ChannelProcessVectors) {
+    const char* const names[] = {"", "SWAP", "SPLIT", "MERGE", "MIXIN"};
+    for (const ProcessVector& t : kVectors) {
+        SCOPED_TRACE(testing::Message() << "type " << t.attr.eType << ", " << t.chn << " channels");
+        log.Clear();
+        FakeStream s(t.chn, t.frames);
+        auto node = BuildNode(s, t.attr);
+        ASSERT_NE(nullptr, node);
+        ASSERT_EQ(t.in.size(), s.h.u32BufLen / 2);
+        // "[init:N] N, XXX node\n" at level 7: the argument repeats the prefix's line number.
+        const audiomw_test::LogLine first = log.Lines().at(0);
+        const std::string line = first.text.substr(6, first.text.find(']') - 6);
+        EXPECT_EQ("[init:" + line + "] " + line + ", " + names[t.attr.eType] + " node\n", first.text);
+        EXPECT_EQ(7, first.level);
+        EXPECT_EQ(0, log.CountContaining("failed"));
+        EXPECT_EQ(0, node->setCfg({5, 6, 7, 1, ZN_TRUE, 9}));  // the result below shows nothing changed
+
+        Samples in = t.in, out(in.size(), kStale);
+        bool inPlace = !t.inPlace;
+        EXPECT_EQ(0, node->process(P(in), P(out), inPlace));
+        EXPECT_EQ(t.inPlace, inPlace);
+        EXPECT_EQ(t.expect, t.inPlace ? in : out);
+        if (!t.inPlace) {
+            EXPECT_EQ(t.in, in) << "pIn is only read when the result goes to pOut";
+        }
+        // Destroyed: disabled, and process touches neither the buffers nor bInPlace.
+        const Samples inBefore = in, outBefore = out;
+        EXPECT_EQ(0, node->destroy());
+        EXPECT_EQ(ZN_FALSE, node->_mbEnable);
+        EXPECT_EQ(-1, node->process(P(in), P(out), inPlace));
+        EXPECT_EQ(t.inPlace, inPlace);
+        EXPECT_EQ(inBefore, in);
+        EXPECT_EQ(outBefore, out);
+    }
+}
+
+// Split and then merge with the same record give the buffer back, for every valid record
+// of several channel counts, wherever the intermediate result lay.
+TEST_F(NodeTest, SplitThenMergeIsIdentity) {
+    std::mt19937 rng(7);
+    for (int chn : {1, 2, 3, 4, 7, 8, 12, 20}) {
+        const uint32_t frames = 1 + rng() % 40;
+        for (int o = 0; o < chn; o++) {
+            for (int a = 0; o + a <= chn; a++) {
+                for (int b = (a == 0 ? 1 : 0); o + a + b <= chn; b++) {
+                    SCOPED_TRACE(testing::Message() << "C=" << chn << " o=" << o << " a=" << a << " b=" << b);
+                    FakeStream s(chn, frames);
+                    auto split = BuildNode(s, SplitAttr(o, a, b));
+                    auto merge = BuildNode(s, MergeAttr(o, a, b));
+                    ASSERT_TRUE(split && merge);
+                    Samples orig(s.h.u32BufLen / 2);
+                    for (auto& x : orig) {
+                        x = static_cast<int16_t>(rng());
+                    }
+                    Samples b1 = orig, b2(orig.size(), kStale);
+                    char* pIn = P(b1);
+                    char* pOut = P(b2);
+                    bool inPlace = false;
+                    ASSERT_EQ(0, split->process(pIn, pOut, inPlace));
+                    if (!inPlace) {
+                        std::swap(pIn, pOut);
+                    }
+                    ASSERT_EQ(0, merge->process(pIn, pOut, inPlace));
+                    ASSERT_EQ(0, std::memcmp(orig.data(), inPlace ? pIn : pOut, s.h.u32BufLen));
+                }
+            }
+        }
+    }
+}
+
+// A refused record: init logs why and fails, the node is kept disabled, and process, even
+// forced on, touches neither buffer (ASan: nor anything outside them) nor the dump file.
+TEST_F(NodeTest, RecordsOutsideTheBuffersAreRefused) {
+    const struct {
+        int chn;
+        ASTREAM_NODE_ATTR_S attr;
+        const char* message;
+    } cases[] = {
+        {21, SwapAttr({0}), "SWAP node refused: 21 channels, the map holds 1..20"},
+        {0, SwapAttr({0}), "SWAP node refused: 0 channels, the map holds 1..20"},
+        {4, SwapAttr({0, 1, 2, 4}), "SWAP node refused: map[3] = 4 outside 4 channels"},
+        {4, SwapAttr({-1, 1, 2, 3}), "SWAP node refused: map[0] = -1 outside 4 channels"},
+        {4, SplitAttr(-1, 1, 1), "SPLIT node refused: offset -1, cnt a 1, cnt b 1 outside 4 channels"},
+        {4, SplitAttr(0, -1, 2), "SPLIT node refused: offset 0, cnt a -1, cnt b 2 outside 4 channels"},
+        {4, SplitAttr(1, 0, 0), "SPLIT node refused: offset 1, cnt a 0, cnt b 0 outside 4 channels"},
+        {4, SplitAttr(2, 2, 1), "SPLIT node refused: offset 2, cnt a 2, cnt b 1 outside 4 channels"},
+        {4, SplitAttr(INT_MAX, 1, 1),
+         "SPLIT node refused: offset 2147483647, cnt a 1, cnt b 1 outside 4 channels"},
+        {0, SplitAttr(0, 1, 0), "SPLIT node refused: offset 0, cnt a 1, cnt b 0 outside 0 channels"},
+        {4, MergeAttr(3, 1, 1), "MERGE node refused: offset 3, cnt a 1, cnt b 1 outside 4 channels"},
+        {4, MergeAttr(0, INT_MAX, INT_MAX),
+         "MERGE node refused: offset 0, cnt a 2147483647, cnt b 2147483647 outside 4 channels"},
+        {4, MixinAttr(4, 0, 1), "MIXIN node refused: target 4, offset 0, cnt 1 outside 4 channels"},
+        {4, MixinAttr(-1, 0, 1), "MIXIN node refused: target -1, offset 0, cnt 1 outside 4 channels"},
+        {4, MixinAttr(0, 1, -1), "MIXIN node refused: target 0, offset 1, cnt -1 outside 4 channels"},
+        {4, MixinAttr(0, 3, 2), "MIXIN node refused: target 0, offset 3, cnt 2 outside 4 channels"},
+        {4, DumpAttr(DumpPath(), 3, 2), "DUMP node refused: offset 3, cnt 2 outside 4 channels"},
+        {4, DumpAttr(DumpPath(), -1, 1), "DUMP node refused: offset -1, cnt 1 outside 4 channels"},
+        {4, DumpAttr(DumpPath(), 0, -1), "DUMP node refused: offset 0, cnt -1 outside 4 channels"},
+        {4, DumpAttr(DumpPath(), INT_MAX, 2),
+         "DUMP node refused: offset 2147483647, cnt 2 outside 4 channels"},
+        {0, DumpAttr(DumpPath(), 0, 0), "DUMP node refused: offset 0, cnt 0 outside 0 channels"},
+    };
+    for (const auto& t : cases) {
+        SCOPED_TRACE(t.message);
+        log.Clear();
+        WriteFileBytes(DumpPath(), {1, 2, 3});
+        FakeStream s(t.chn, 4);
+        auto node = BuildNode(s, t.attr);
+        ASSERT_NE(nullptr, node);
+        const std::string type = std::to_string(t.attr.eType);
+        EXPECT_EQ(1, log.Count(3, std::string("ASTREAM[0] ") + t.message));
+        ExpectInOrder(log, {std::string("ASTREAM[0] ") + t.message,
+                            "ASTREAM[0] pipeline node type[" + type + "] init failed",
+                            "ASTREAM[0] add node type[" + type + "]"});
+        EXPECT_EQ(ZN_FALSE, node->_mbEnable);
+        // Refused dump nodes run as nodes without a file: 0, with the data left in place.
+        const bool dump = t.attr.eType == ASTREAM_NODE_TYPE_E_DEBUG_DUMP;
+        Samples in(s.h.u32BufLen / 2 + 1, 1111), out(in.size(), 2222);
+        for (tagZN_BOOL enable : {ZN_FALSE, ZN_TRUE}) {
+            node->_mbEnable = enable;
+            bool inPlace = !enable;
+            EXPECT_EQ(dump ? 0 : -1, node->process(P(in), P(out), inPlace));
+            EXPECT_EQ(!enable || dump, inPlace);
+            EXPECT_EQ(Samples(in.size(), 1111), in);
+            EXPECT_EQ(Samples(out.size(), 2222), out);
+        }
+        EXPECT_EQ((Bytes{1, 2, 3}), ReadFileBytes(DumpPath()));
+        node->destroy();
+    }
+}
+
+// Built disabled over an emptied file; enabled for ten periods, disabled for two, enabled
+// for one: the file holds the group of the eleven enabled periods, the close line their size.
+TEST_F(NodeTest, DumpAppendsTheGroupOfEnabledPeriods) {
+    const uint32_t frames = 8, block = frames * 2;
+    WriteFileBytes(DumpPath(), Bytes(100, 7));
+    FakeStream s(4, frames);
+    auto node = BuildNode(s, DumpAttr(DumpPath(), 1, 2));
+    ASSERT_NE(nullptr, node);
+    EXPECT_TRUE(FileExists(DumpPath()));
+    EXPECT_TRUE(ReadFileBytes(DumpPath()).empty());
+    EXPECT_EQ(1, log.Count(7, "dump to " + DumpPath()));
+    EXPECT_EQ(0, log.CountContaining("failed"));
+    EXPECT_EQ(0, node->setCfg({0, 0, 4, 1, ZN_TRUE, 1}));  // the bytes below show nothing changed
+    EXPECT_EQ(ZN_FALSE, node->_mbEnable);
+    Bytes expect, out(4 * block, 0);
+    for (uint32_t period = 0; period < 13; period++) {
+        const bool enabled = period < 10 || period == 12;
+        node->_mbEnable = enabled ? ZN_TRUE : ZN_FALSE;
+        Bytes in = audiomw_test::MakePattern(4, frames, 3, period * frames);
+        const Bytes before = in;
+        bool inPlace = period == 10;  // a disabled node leaves it either way
+        ASSERT_EQ(0, node->process(P(in), P(out), inPlace));
+        EXPECT_EQ(enabled || period == 10, inPlace);
+        EXPECT_EQ(before, in);
+        if (enabled) {
+            expect.insert(expect.end(), in.begin() + block, in.begin() + 3 * block);
+        }
+    }
+    EXPECT_EQ(Bytes(out.size(), 0), out);
+    EXPECT_EQ(expect, ReadFileBytes(DumpPath()));
+    EXPECT_EQ(0, node->destroy());
+    EXPECT_EQ(ZN_FALSE, node->_mbEnable);
+    EXPECT_EQ(1, log.Count(7, "dump file " + DumpPath() +
+                                  " closed, _mu32WriteLen:" + std::to_string(11 * 2 * block)));
+}
+
+// enableDumpNode sets exactly the dump nodes of the named slot, to the value given.
+TEST_F(NodeTest, EnableDumpNodeWalksTheSlot) {
+    FakeStream s(2, 4, 1);
+    ASTREAM_ATTR_S attr = StreamAttr(
+        0, 1, {DumpAttr(DumpPath(), 0, 1), SwapAttr({1, 0}), DumpAttr(root.Dir() + "/e.pcm", 1, 1)});
+    ASSERT_EQ(0, AUDIO_ASTREAM_InitPipeline(&s.h, &attr));
+    std::vector<ASTREAM_NODE_S*> nodes(s.h.lstNode.begin(), s.h.lstNode.end());
+    auto states = [&] {
+        return std::vector<int>{nodes[0]->_mbEnable, nodes[1]->_mbEnable, nodes[2]->_mbEnable};
+    };
+    ASSERT_EQ(nullptr, gs_AstreamHandler[1]);
+    gs_AstreamHandler[1] = &s.h;
+
+    EXPECT_EQ(0, AUDIO_ASTREAM_enableDumpNode(1, ZN_TRUE));
+    EXPECT_EQ((std::vector<int>{1, 1, 1}), states());
+    EXPECT_EQ(1, log.Count(6, "enable dump node event, eEnable:1.\n"));
+    EXPECT_EQ(0, AUDIO_ASTREAM_enableDumpNode(1, static_cast<tagZN_BOOL>(2)));
+    EXPECT_EQ((std::vector<int>{2, 1, 2}), states());
+    // A free slot and ids outside the table: logged, nothing changed.
+    for (int id : {0, -1, 2, 1000}) {
+        EXPECT_EQ(0, AUDIO_ASTREAM_enableDumpNode(id, ZN_FALSE));
+    }
+    EXPECT_EQ((std::vector<int>{2, 1, 2}), states());
+    EXPECT_EQ(4, log.Count(6, "enable dump node event, eEnable:0.\n"));
+    EXPECT_EQ(0, AUDIO_ASTREAM_enableDumpNode(1, ZN_FALSE));
+    EXPECT_EQ((std::vector<int>{0, 1, 0}), states());
+    gs_AstreamHandler[1] = nullptr;
+}
+
+}  // namespace

@@ -1,0 +1,473 @@
+// Running streams: Create's refusals and failure exits, Start / Stop / Destroy in every
+// order, the reader's short reads, idle-wait report and held ring entries, and many
+// cycles of two streams; no thread or pool is left over.
+#include <sys/stat.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <mutex>
+#include <random>
+#include <set>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "astream_test_util.h"
+#include "host_test.h"
+#include "test_support.h"
+
+namespace {
+
+using namespace astream_test;
+using audiomw_test::WaitFor;
+
+constexpr int kAi = 5;
+const std::string kInUse = "========== Data in use, read error =========== \n";
+
+// Pass() waits, with a deadline, until the test opens the gate.
+struct Gate {
+    std::atomic<int> arrived{0};
+    std::atomic<bool> open{false};
+    void Pass() {
+        arrived++;
+        WaitFor([&] { return open.load(); }, std::chrono::seconds(30));
+    }
+};
+
+// An enabled, open AI of 2 x 16 samples. Read n fills the buffer with the value n; reads
+// in shortReads deliver half a buffer; read gateRead waits at `gate`. Set before the start.
+struct ScriptedAi : public AI_DEVICE_S {
+    ScriptedAi() {
+        stAttr.eType = AI_DEV_TYPE_ALSA;
+        stAttr.bEnable = ZN_TRUE;
+        stAttr.eSampleRate = AI_SAMPLE_RATE_16000;
+        stAttr.s32Channel = 2;
+        stAttr.s32FrameLen = 16;
+        s32Id = kAi;
+        bHasInit = bHasOpen = 1;
+    }
+    int _readFrame(unsigned char* pBuf, unsigned int u32Len, unsigned int& u32ReadLen, unsigned long long&,
+                   int) override {
+        const int n = reads.load();
+        if (n == gateRead) {
+            gate.Pass();
+        }
+        u32ReadLen = shortReads.count(n) ? u32Len / 2 : u32Len;
+        std::fill_n(reinterpret_cast<int16_t*>(pBuf), u32ReadLen / 2, static_cast<int16_t>(n));
+        reads++;
+        return 0;
+    }
+    std::atomic<int> reads{0};
+    std::set<int> shortReads;
+    int gateRead = -1;
+    Gate gate;
+};
+
+// Records (period number, ring entry) of every job. The job of holdPeriod (set before
+// the start) waits at `gate` and notes whether its buffer was kept meanwhile.
+struct ProbeNode : public ASTREAM_NODE_S {
+    int init(void*) override { return 0; }
+    int destroy() override { return 0; }
+    int setCfg(ASTREAM_OUTPUT_ATTR_S) override { return 0; }
+    int process(char* pIn, char*, bool& bInPlace) override {
+        const int16_t period = *reinterpret_cast<int16_t*>(pIn);
+        int entry = -1;
+        for (int i = 0; i < ASTREAM_JOB_MAX_NUM; i++) {
+            entry = pIn == _mpHandler->astJob[i].pBufA ? i : entry;
+        }
+        if (holdPeriod >= 0 && period == holdPeriod) {
+            const std::vector<char> copy(pIn, pIn + _mpHandler->u32BufLen);
+            gate.Pass();
+            heldBufferKept = std::equal(copy.begin(), copy.end(), pIn) ? 1 : 0;
+        }
+        std::lock_guard<std::mutex> lk(mtx);
+        seen.emplace_back(period, entry);
+        bInPlace = true;
+        return 0;
+    }
+    std::vector<std::pair<int, int>> Seen() {
+        std::lock_guard<std::mutex> lk(mtx);
+        return seen;
+    }
+    size_t Count() { return Seen().size(); }
+    void SetEnable(bool on) { __atomic_store_n(&_mbEnable, on ? ZN_TRUE : ZN_FALSE, __ATOMIC_RELAXED); }
+
+    int holdPeriod = -1;
+    Gate gate;
+    std::atomic<int> heldBufferKept{-1};
+    std::mutex mtx;
+    std::vector<std::pair<int, int>> seen;
+};
+
+// Appends a probe to a created stream's pipeline; the stream owns and frees it.
+ProbeNode* AddProbe(int streamId) {
+    auto* probe = new ProbeNode();
+    probe->_meType = static_cast<ASTREAM_NODE_TYPE_E>(200);
+    probe->_mbEnable = ZN_TRUE;
+    probe->_mpHandler = gs_AstreamHandler[streamId];
+    gs_AstreamHandler[streamId]->lstNode.push_back(probe);
+    return probe;
+}
+
+class StreamTest : public audiomw_test::AudioTest {
+  protected:
+    void SetUp() override {
+        pools = UTIL_PF_GetLiveCount();
+        threads = UTIL_THREAD_GetLiveCount();
+    }
+    void TearDown() override {
+        for (int id : {0, 1}) {
+            AUDIO_ASTREAM_Destroy(id);
+            DropAi(id);
+        }
+        AUDIO_AI_Destroy(kAi);
+        EXPECT_EQ(pools, UTIL_PF_GetLiveCount());
+        EXPECT_EQ(threads, UTIL_THREAD_GetLiveCount());
+    }
+    // A scripted AI in slot kAi; the AI table owns it.
+    ScriptedAi* InstallAi() { return static_cast<ScriptedAi*>(gs_pAiHandler[kAi] = new ScriptedAi()); }
+    // Stream 0 of `workers` on a scripted AI, with a probe as its only node.
+    ProbeNode* ProbedStream(int workers) {
+        ai = InstallAi();
+        ASTREAM_ATTR_S a = StreamAttr(kAi, workers);
+        return AUDIO_ASTREAM_Create(0, &a) == 0 ? AddProbe(0) : nullptr;
+    }
+    // File AI `id` playing `channels` x 16-sample periods, created disabled.
+    void MakeFileAi(int id, const std::string& path, int channels = 2) {
+        audiomw_test::WriteFileBytes(path, audiomw_test::MakePattern(channels, 128, id + 1));
+        AI_ATTR_S attr = FileAi(path, channels, 16);
+        ASSERT_EQ(0, AUDIO_AI_Create(id, &attr));
+    }
+    ScriptedAi* ai = nullptr;
+    int pools = 0;
+    int threads = 0;
+};
+
+TEST_F(StreamTest, CreateRefusals) {
+    InstallAi();
+    const struct {
+        int id, ai, workers;
+        bool nullAttr;
+        const char* message;
+    } cases[] = {
+        {-1, kAi, 1, false, "ASTREAM[-1] create failed, id out of range 0..1"},
+        {2, kAi, 1, false, "ASTREAM[2] create failed, id out of range 0..1"},
+        {0, kAi, 1, true, "ASTREAM[0] create failed, no attributes"},
+        {0, kAi, 0, false, "ASTREAM[0] create failed, worker num 0 out of range 1..4"},
+        {1, kAi, 5, false, "ASTREAM[1] create failed, worker num 5 out of range 1..4"},
+        {1, kAi, -3, false, "ASTREAM[1] create failed, worker num -3 out of range 1..4"},
+        {0, 3, 1, false, "ASTREAM[0] malloc failed"},  // AI 3 does not exist: no buffer length
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.message);
+        log.Clear();
+        ASTREAM_ATTR_S a = StreamAttr(c.ai, c.workers);
+        EXPECT_EQ(-1, AUDIO_ASTREAM_Create(c.id, c.nullAttr ? nullptr : &a));
+        EXPECT_EQ(std::vector<std::string>{c.message}, log.Messages());
+        EXPECT_EQ(1, log.Count(3, c.message));
+        EXPECT_EQ(0, AUDIO_ASTREAM_isReady(0) + AUDIO_ASTREAM_isReady(1));
+    }
+}
+
+// A node type without a class, then a pool whose second worker cannot start: each create
+// is undone, with its slot left free and no pool or thread left behind (TearDown).
+TEST_F(StreamTest, CreateFailureExits) {
+    InstallAi();
+    ASTREAM_ATTR_S a = StreamAttr(kAi, 2, {SwapAttr({1, 0}), NodeAttr(static_cast<ASTREAM_NODE_TYPE_E>(5))});
+    EXPECT_EQ(-1, AUDIO_ASTREAM_Create(1, &a));
+    ExpectInOrder(log,
+                  {"ASTREAM[1] bind AI[5] with 2 channels, buf len 64", "ASTREAM[1] add node type[1]",
+                   "ASTREAM[1] pipeline node type[5] not support yet", "ASTREAM[1] create failed, destroy"});
+    EXPECT_EQ(0, log.CountContaining("pipeline init ok") + log.CountContaining("worker pool"));
+    EXPECT_EQ(nullptr, gs_AstreamHandler[1]);
+
+    log.Clear();
+    a = StreamAttr(kAi, 3, {SwapAttr({1, 0})});
+    UTIL_SetThreadStartFault(1);
+    EXPECT_EQ(-1, AUDIO_ASTREAM_Create(0, &a));
+    UTIL_SetThreadStartFault(-1);
+    ExpectInOrder(log, {"ASTREAM[0] pipeline init ok", "ASTREAM[0] create worker thread pool failed",
+                        "ASTREAM[0] pipeline destroyed"});
+    EXPECT_EQ(1, log.Count(3, "ASTREAM[0] create worker thread pool failed"));
+    EXPECT_EQ(0, log.CountContaining("ready for start"));
+    EXPECT_EQ(nullptr, gs_AstreamHandler[0]);
+}
+
+// Start and Stop on free slots, ids outside the table, and a record whose bReady is 0
+// (only other code can publish one); Destroy of a free slot does nothing.
+TEST_F(StreamTest, StartAndStopNeedAReadyStream) {
+    for (int id : {0, 1, -1, 2}) {
+        log.Clear();
+        EXPECT_EQ(-1, AUDIO_ASTREAM_Start(id));
+        EXPECT_EQ(-1, AUDIO_ASTREAM_Stop(id));
+        EXPECT_EQ(2, log.Count(3, "ASTREAM[" + std::to_string(id) + "] not created"));
+        EXPECT_EQ(0, AUDIO_ASTREAM_isRunning(id) + AUDIO_ASTREAM_isReady(id));
+        log.Clear();
+        EXPECT_EQ(0, AUDIO_ASTREAM_Destroy(id));
+        EXPECT_TRUE(log.Messages().empty());
+    }
+    InstallAi();
+    ASTREAM_ATTR_S a = StreamAttr(kAi, 1);
+    ASSERT_EQ(0, AUDIO_ASTREAM_Create(1, &a));
+    gs_AstreamHandler[1]->bReady = ZN_FALSE;
+    log.Clear();
+    EXPECT_EQ(-1, AUDIO_ASTREAM_Start(1));
+    EXPECT_EQ(-1, AUDIO_ASTREAM_Stop(1));
+    EXPECT_EQ(2, log.Count(3, "ASTREAM[1] create but init failed. please recreate"));
+    EXPECT_EQ(0, AUDIO_ASTREAM_isReady(1) + AUDIO_ASTREAM_isRunning(1));
+    gs_AstreamHandler[1]->bReady = ZN_TRUE;
+    log.Clear();
+    EXPECT_EQ(0, AUDIO_ASTREAM_Destroy(1));
+    EXPECT_EQ((std::vector<std::string>{"ASTREAM[1] worker stopped\n", "ASTREAM[1] pipeline destroyed",
+                                        "ASTREAM[1] destroyed\n"}),
+              log.Messages());
+}
+
+// Create, Create, Start, Start, Stop, Stop, Start, Destroy on a file AI created disabled.
+TEST_F(StreamTest, CreateStartStopAndDestroyInEveryOrder) {
+    MakeFileAi(0, root.Dir() + "/in.pcm");
+    ASTREAM_ATTR_S a = StreamAttr(0, 2, {SwapAttr({1, 0})});
+    ASSERT_EQ(0, AUDIO_ASTREAM_Create(0, &a));
+    ExpectInOrder(log, {"ASTREAM[0] bind AI[0] with 2 channels, buf len 64", "ASTREAM[0] add node type[1]",
+                        "ASTREAM[0] pipeline init ok", "ASTREAM[0] worker pool init with 2 workers",
+                        "ASTREAM[0] ready for start"});
+    ASTREAM_HANDLER_S* h = gs_AstreamHandler[0];
+    ASSERT_NE(nullptr, h);
+    EXPECT_EQ((std::vector<int>{0, 0, 2, 64}),
+              (std::vector<int>{h->s32StreamId, h->s32AiId, h->s32Chn, static_cast<int>(h->u32BufLen)}));
+    for (int i = 0; i < ASTREAM_JOB_MAX_NUM; i++) {
+        EXPECT_EQ(i < 2, h->astJob[i].pBufA != nullptr && h->astJob[i].pBufB != nullptr) << i;
+        EXPECT_EQ(i < 2 ? h : nullptr, h->astJob[i].pstHandler) << i;
+    }
+    EXPECT_EQ(1, AUDIO_ASTREAM_isReady(0));
+    EXPECT_EQ(0, AUDIO_ASTREAM_isRunning(0));
+    // A second create on the slot fails and leaves the first stream alone.
+    log.Clear();
+    EXPECT_EQ(-1, AUDIO_ASTREAM_Create(0, &a));
+    EXPECT_EQ((std::vector<std::string>{"ASTREAM[0] create failed, already in used"}), log.Messages());
+    EXPECT_EQ(h, gs_AstreamHandler[0]);
+
+    log.Clear();
+    ASSERT_EQ(0, AUDIO_ASTREAM_Start(0));
+    EXPECT_EQ(1, AUDIO_ASTREAM_isRunning(0));
+    EXPECT_EQ(2, AUDIO_AI_isEnabled(0) + AUDIO_AI_isOpen(0));
+    ExpectInOrder(log, {"AI[0] Enable", "ASTREAM[0] start with AI[0]"});
+    EXPECT_EQ(threads + 1, UTIL_THREAD_GetLiveCount());
+
+    // A second start keeps the one reader.
+    log.Clear();
+    EXPECT_EQ(0, AUDIO_ASTREAM_Start(0));
+    EXPECT_EQ(1, log.Count(4, "ASTREAM[0] already running"));
+    EXPECT_EQ(0, log.CountContaining("start with") + log.CountContaining("Enable"));
+    EXPECT_EQ(threads + 1, UTIL_THREAD_GetLiveCount());
+
+    log.Clear();
+    EXPECT_EQ(0, AUDIO_ASTREAM_Stop(0));
+    EXPECT_EQ(1, AUDIO_ASTREAM_isReady(0));
+    EXPECT_EQ(0, AUDIO_ASTREAM_isRunning(0));
+    EXPECT_EQ(0, AUDIO_AI_isOpen(0));
+    EXPECT_EQ(1, AUDIO_AI_isEnabled(0));
+    EXPECT_EQ(2, log.Count(6, "ASTREAM[0] reader stopped") + log.Count(6, "ASTREAM[0] stopped"));
+    EXPECT_EQ(threads, UTIL_THREAD_GetLiveCount());
+
+    // Stop again: no reader to stop, the AI is closed again all the same.
+    AUDIO_AI_Open(0);
+    log.Clear();
+    EXPECT_EQ(0, AUDIO_ASTREAM_Stop(0));
+    EXPECT_EQ((std::vector<std::string>{"ASTREAM[0] stopped"}), log.Messages());
+    EXPECT_EQ(0, AUDIO_AI_isOpen(0));
+
+    // An AI enabled and open already is left as it is: no enable, no reopen.
+    ASSERT_EQ(0, AUDIO_AI_Open(0));
+    log.Clear();
+    ASSERT_EQ(0, AUDIO_ASTREAM_Start(0));
+    EXPECT_EQ(0, log.CountContaining("AI[0] Enable") + log.CountContaining("get stat size"));
+    EXPECT_EQ(1, log.Count(6, "ASTREAM[0] start with AI[0]"));
+
+    // Destroy while running ends the reader and leaves the AI open.
+    log.Clear();
+    EXPECT_EQ(0, AUDIO_ASTREAM_Destroy(0));
+    EXPECT_EQ(nullptr, gs_AstreamHandler[0]);
+    ExpectInOrder(log, {"ASTREAM[0] reader stopped\n", "ASTREAM[0] worker stopped\n",
+                        "ASTREAM[0] pipeline destroyed", "ASTREAM[0] destroyed\n"});
+    EXPECT_EQ(2, AUDIO_AI_isEnabled(0) + AUDIO_AI_isOpen(0));
+    EXPECT_EQ(threads, UTIL_THREAD_GetLiveCount());
+}
+
+// Start passes on a reader thread that cannot start (without a line; a later start
+// works), an AI that cannot be enabled, and a file AI whose path is a directory.
+TEST_F(StreamTest, StartPassesOnFailures) {
+    InstallAi();
+    ASTREAM_ATTR_S a = StreamAttr(kAi, 1);
+    ASSERT_EQ(0, AUDIO_ASTREAM_Create(0, &a));
+    log.Clear();
+    UTIL_SetThreadStartFault(0);
+    EXPECT_EQ(-1, AUDIO_ASTREAM_Start(0));
+    UTIL_SetThreadStartFault(-1);
+    EXPECT_EQ(0, log.CountContaining("ASTREAM[0]") + AUDIO_ASTREAM_isRunning(0));
+    EXPECT_EQ(0, AUDIO_ASTREAM_Start(0));
+    EXPECT_EQ(1, AUDIO_ASTREAM_isRunning(0));
+    EXPECT_EQ(0, AUDIO_ASTREAM_Stop(0));
+
+    ASSERT_EQ(0, AUDIO_AI_Destroy(kAi));
+    EXPECT_EQ(-1, AUDIO_ASTREAM_Start(0));
+    EXPECT_EQ(1, log.Count(3, "ASTREAM[0] enable AI[5] failed"));
+
+    const std::string dir = root.Dir() + "/dir";
+    ASSERT_EQ(0, mkdir(dir.c_str(), 0755));
+    AI_ATTR_S attr = FileAi(dir, 2, 16);
+    ASSERT_EQ(0, AUDIO_AI_Create(0, &attr));
+    a = StreamAttr(0, 1);
+    ASSERT_EQ(0, AUDIO_ASTREAM_Create(1, &a));
+    EXPECT_EQ(-1, AUDIO_ASTREAM_Start(1));
+    ExpectInOrder(log, {"AI[0] Enable", "open failed, file:" + dir + "\n", "ASTREAM[1] open AI[0] failed"});
+    EXPECT_EQ(1, log.Count(3, "ASTREAM[1] open AI[0] failed"));
+    EXPECT_EQ(0, AUDIO_ASTREAM_isRunning(0) + AUDIO_ASTREAM_isRunning(1));
+}
+
+// Read 1 delivers half a period: it is reported and dropped, and read 2 goes into the
+// same ring entry, so entries follow reads 0, 2, 3, 4 as 0, 1, 0, 1.
+TEST_F(StreamTest, ShortReadIsDroppedAndTheEntryRefilled) {
+    ProbeNode* probe = ProbedStream(2);
+    ASSERT_NE(nullptr, probe);
+    ai->shortReads = {1};
+    audiomw_test::StdoutCapture out;
+    ASSERT_EQ(0, AUDIO_ASTREAM_Start(0));
+    ASSERT_TRUE(WaitFor([&] { return probe->Count() >= 4; }));
+    ASSERT_EQ(0, AUDIO_ASTREAM_Stop(0));
+    const std::string text = out.Stop();
+    EXPECT_NE(std::string::npos, text.find("ASTREAM[0] read AI[5] failed, except 64 but get 32\n")) << text;
+    const std::vector<std::pair<int, int>> seen = probe->Seen();
+    const std::set<std::pair<int, int>> seenSet(seen.begin(), seen.end());
+    for (const auto& expected : std::vector<std::pair<int, int>>{{0, 0}, {2, 1}, {3, 0}, {4, 1}}) {
+        EXPECT_EQ(1u, seenSet.count(expected)) << expected.first << "/" << expected.second;
+    }
+    for (const auto& s : seen) {
+        EXPECT_NE(1, s.first) << "the short period was handed on";
+    }
+}
+
+// One worker held by a job: the reader's idle wait runs out and says so; Stop ends the
+// reader, and the held job runs to its end afterwards, on a buffer nobody refilled.
+TEST_F(StreamTest, IdleWaitTimesOutAndJobsOutliveStop) {
+    ProbeNode* probe = ProbedStream(1);
+    ASSERT_NE(nullptr, probe);
+    probe->holdPeriod = 0;
+    audiomw_test::StdoutCapture out;
+    ASSERT_EQ(0, AUDIO_ASTREAM_Start(0));
+    ASSERT_TRUE(WaitFor([&] { return probe->gate.arrived == 1; }));
+    EXPECT_TRUE(
+        WaitFor([&] { return out.Peek().find("UTIL_PF_WaitWorkerIdle: -110 \n") != std::string::npos; }));
+    ASSERT_EQ(0, AUDIO_ASTREAM_Stop(0));
+    EXPECT_EQ(0, AUDIO_ASTREAM_isRunning(0));
+    EXPECT_EQ(0u, probe->Count());
+    probe->gate.open = true;
+    EXPECT_TRUE(WaitFor([&] { return probe->Count() == 1; }));
+    EXPECT_EQ(1, probe->heldBufferKept.load());
+    const std::string text = out.Stop();
+    EXPECT_EQ(0u, text.find("threadAudioProcessReader-")) << text;
+}
+
+// Entry 0 is held by worker 0 while worker 1, its node disabled, finishes entry 1: the
+// reader comes back to entry 0, reports it in use and waits instead of reading into it,
+// cycle after cycle, until the worker lets go.
+TEST_F(StreamTest, EntryInAWorkersHandsIsNeverRefilled) {
+    ProbeNode* probe = ProbedStream(2);
+    ASSERT_NE(nullptr, probe);
+    ai->gateRead = 1;  // the second read waits until worker 0 holds entry 0
+    probe->holdPeriod = 0;
+    audiomw_test::StdoutCapture out;
+    ASSERT_EQ(0, AUDIO_ASTREAM_Start(0));
+    ASSERT_TRUE(WaitFor([&] { return probe->gate.arrived == 1; }));
+    probe->SetEnable(false);
+    ai->gate.open = true;
+
+    ASSERT_TRUE(WaitFor([&] { return log.Count(3, kInUse) >= 2; }));
+    EXPECT_EQ(2, ai->reads.load()) << "the reader read while entry 0 was held";
+    EXPECT_EQ(0u, probe->Count()) << "the held job is the only one to reach the probe";
+    probe->SetEnable(true);
+    probe->gate.open = true;
+    ASSERT_TRUE(WaitFor([&] { return ai->reads.load() >= 6 && probe->Count() >= 3; }));
+    ASSERT_EQ(0, AUDIO_ASTREAM_Stop(0));
+    EXPECT_EQ(1, probe->heldBufferKept.load());
+    const std::string text = out.Stop();
+    EXPECT_NE(std::string::npos, text.find(": " + kInUse)) << text;
+    EXPECT_EQ(0u, text.find("threadAudioProcessReader-")) << text;
+}
+
+// Destroy while a job is held waits for the job, then frees everything (ASan).
+TEST_F(StreamTest, DestroyWaitsForTheHeldJob) {
+    ProbeNode* probe = ProbedStream(1);
+    ASSERT_NE(nullptr, probe);
+    probe->holdPeriod = 0;
+    ASSERT_EQ(0, AUDIO_ASTREAM_Start(0));
+    ASSERT_TRUE(WaitFor([&] { return probe->gate.arrived == 1; }));
+    std::thread opener([&] {
+        // Opens the gate once Destroy has taken the stream out of its slot.
+        WaitFor([&] { return log.IndexOf("ASTREAM[0] reader stopped\n") >= 0; });
+        probe->gate.open = true;
+    });
+    EXPECT_EQ(0, AUDIO_ASTREAM_Destroy(0));
+    opener.join();
+    EXPECT_EQ(nullptr, gs_AstreamHandler[0]);
+    EXPECT_EQ(1, log.Count(6, "ASTREAM[0] destroyed\n"));
+}
+
+// 1000 cycles (AUDIOMW_STREAM_STRESS_CYCLES may lower it) of two streams on two file AIs
+// while another thread switches their dump nodes: every cycle moves data, nothing leaks
+// (ASan), races (TSan) or hangs; every other cycle destroys a running stream.
+TEST_F(StreamTest, StressCyclesWithDumpsSwitchedFromAnotherThread) {
+    const char* env = std::getenv("AUDIOMW_STREAM_STRESS_CYCLES");
+    const int cycles = env != nullptr && std::atoi(env) > 0 ? std::atoi(env) : 1000;
+    MakeFileAi(0, root.Dir() + "/i0.pcm");
+    MakeFileAi(1, root.Dir() + "/i1.pcm", 4);
+    std::atomic<bool> done{false};
+    std::mutex probeMutex;  // the toggler walks node lists, the test appends its probes
+    std::thread toggler([&] {
+        std::mt19937 rng(3);
+        while (!done.load()) {
+            {
+                std::lock_guard<std::mutex> lk(probeMutex);
+                AUDIO_ASTREAM_enableDumpNode(static_cast<int>(rng() % 3), rng() % 2 ? ZN_TRUE : ZN_FALSE);
+            }
+            std::this_thread::yield();
+        }
+    });
+    audiomw_test::StdoutCapture out;  // "Data in use" reports of free-running streams
+    for (int c = 0; c < cycles; c++) {
+        ASTREAM_ATTR_S a0 =
+            StreamAttr(0, 1 + c % 4, {SwapAttr({1, 0}), DumpAttr(root.Dir() + "/d0.pcm", 0, 2)});
+        ASTREAM_ATTR_S a1 = StreamAttr(1, 1 + (c / 4) % 4,
+                                       {SplitAttr(0, 1, 3), MixinAttr(0, 1, 2),
+                                        DumpAttr(root.Dir() + "/d1.pcm", 1, 3), MergeAttr(0, 1, 3)});
+        ASSERT_EQ(0, AUDIO_ASTREAM_Create(0, &a0)) << "cycle " << c;
+        ASSERT_EQ(0, AUDIO_ASTREAM_Create(1, &a1)) << "cycle " << c;
+        ProbeNode* probes[2];
+        {
+            std::lock_guard<std::mutex> lk(probeMutex);
+            probes[0] = AddProbe(0);
+            probes[1] = AddProbe(1);
+        }
+        ASSERT_EQ(0, AUDIO_ASTREAM_Start(0));
+        ASSERT_EQ(0, AUDIO_ASTREAM_Start(1));
+        ASSERT_TRUE(WaitFor([&] { return probes[0]->Count() > 0 && probes[1]->Count() > 0; }))
+            << "cycle " << c;
+        if (c % 2 == 0) {
+            ASSERT_EQ(0, AUDIO_ASTREAM_Stop(0));
+        }
+        ASSERT_EQ(0, AUDIO_ASTREAM_Stop(1));
+        ASSERT_EQ(0, AUDIO_ASTREAM_Destroy(0));
+        ASSERT_EQ(0, AUDIO_ASTREAM_Destroy(1));
+        if (c % 32 == 0) {
+            log.Clear();
+        }
+    }
+    done.store(true);
+    toggler.join();
+    out.Stop();
+    EXPECT_EQ(nullptr, gs_AstreamHandler[0]);
+    EXPECT_EQ(nullptr, gs_AstreamHandler[1]);
+}
+
+}  // namespace
