@@ -321,13 +321,18 @@ void BM_WorkerHandOver(benchmark::State& state) {
 BENCHMARK_CAPTURE(BM_Node, swap_8x256, Swap(8), 8, 256)->MinTime(0.01)->UseManualTime();
 BENCHMARK_CAPTURE(BM_Node, split_8x256_o0a2b6, Split(0, 2, 6), 8, 256)->MinTime(0.01)->UseManualTime();
 BENCHMARK_CAPTURE(BM_Node, split_8x256_o0a1b1, Split(0, 1, 1), 8, 256)->MinTime(0.01)->UseManualTime();
+BENCHMARK_CAPTURE(BM_Node, split_8x256_o0a1b3, Split(0, 1, 3), 8, 256)->MinTime(0.01)->UseManualTime();
+BENCHMARK_CAPTURE(BM_Node, split_8x256_o0a3b5, Split(0, 3, 5), 8, 256)->MinTime(0.01)->UseManualTime();
 BENCHMARK_CAPTURE(BM_Node, merge_8x256_o0a2b6, Merge(0, 2, 6), 8, 256)->MinTime(0.01)->UseManualTime();
 BENCHMARK_CAPTURE(BM_Node, merge_8x256_o0a1b1, Merge(0, 1, 1), 8, 256)->MinTime(0.01)->UseManualTime();
+BENCHMARK_CAPTURE(BM_Node, merge_8x256_o0a1b3, Merge(0, 1, 3), 8, 256)->MinTime(0.01)->UseManualTime();
+BENCHMARK_CAPTURE(BM_Node, merge_8x256_o0a3b5, Merge(0, 3, 5), 8, 256)->MinTime(0.01)->UseManualTime();
 BENCHMARK_CAPTURE(BM_Node, mixin_8x256_t0o1c2, Mixin(0, 1, 2), 8, 256)->MinTime(0.01)->UseManualTime();
 BENCHMARK_CAPTURE(BM_Node, mixin_8x256_t0o1c7, Mixin(0, 1, 7), 8, 256)->MinTime(0.01)->UseManualTime();
 BENCHMARK_CAPTURE(BM_Node, swap_2x160, Swap(2), 2, 160)->MinTime(0.01)->UseManualTime();
 BENCHMARK_CAPTURE(BM_Node, split_2x160_o0a1b1, Split(0, 1, 1), 2, 160)->MinTime(0.01)->UseManualTime();
 BENCHMARK_CAPTURE(BM_Node, merge_2x160_o0a1b1, Merge(0, 1, 1), 2, 160)->MinTime(0.01)->UseManualTime();
+BENCHMARK_CAPTURE(BM_Node, mixin_8x256_t0o1c4, Mixin(0, 1, 4), 8, 256)->MinTime(0.01)->UseManualTime();
 BENCHMARK_CAPTURE(BM_Node, mixin_2x160_t0o1c1, Mixin(0, 1, 1), 2, 160)->MinTime(0.01)->UseManualTime();
 BENCHMARK(BM_StreamFileAi)
     ->ArgName("workers")

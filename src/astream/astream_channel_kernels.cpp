@@ -1,11 +1,14 @@
 #include "astream_channel_kernels.h"
 
 #include <array>
-#include <cmath>
 #include <cstddef>
 #include <cstring>
 #include <type_traits>
 #include <utility>
+
+#if defined(__x86_64__)
+#include <immintrin.h>
+#endif
 
 static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "samples are little-endian and copied as they lie");
 
@@ -15,6 +18,14 @@ namespace astream {
 namespace {
 
 constexpr uint32_t kSampleBytes = 2;
+
+// The kernels' helpers are always inlined, so that a kernel compiled for a wider
+// instruction set (below, AVX2 on x86-64) carries them in that set too.
+#define KERNEL_INLINE inline __attribute__((always_inline))
+
+// The helpers also take 256-bit vectors; they are only ever inlined into AVX2 kernels,
+// so the calling convention GCC warns about for such arguments is never used.
+#pragma GCC diagnostic ignored "-Wpsabi"
 
 // Channel counts up to this value get a kernel with the counts fixed at compile time:
 // copies of constant size, and vector permutes for the shapes below.
@@ -35,55 +46,56 @@ inline void Store16(uint8_t* p, int32_t s32) {
 //
 // Samples move in units of 1 or 2 samples (16 or 32 bits); 32-bit lanes when both
 // channel counts are even, so that each lane moves two samples. A chunk of as many
-// frames as a 16-byte vector has lanes is a whole number of vectors for any channel
-// count, so each output vector of a chunk is a fixed gather of lanes from the chunk's
-// input vectors. The gather is a chain of two-input shuffles, one per input vector that
+// frames as a vector has lanes is a whole number of vectors for any channel count, so
+// each output vector of a chunk is a fixed gather of lanes from the chunk's input
+// vectors. The gather is a chain of two-input shuffles, one per input vector that
 // contributes lanes, every index computed at compile time; the compiler turns the chain
 // into the target's permutes. Lanes are moved as they are, so the result equals the
 // reference bit for bit. Frames past the last whole chunk take the scalar copies.
 //
-// Which shapes take the vector path is a measured choice. On x86-64 with its SSE2
-// baseline, 32-bit lane permutes are cheap, while 16-bit ones are cheap only as the
-// even/odd selections of 1 + 1 channels (and of mixin's planar sums over 1 or 2
-// channels); other 16-bit shapes, and outputs gathered from more inputs than kMaxInputs,
-// run faster as per-frame copies of constant size.
-
+// Vectors are 16 bytes in the portable build and 32 bytes in the AVX2 build (x86-64
+// processors that run it). Which shapes take the vector path is a measured choice. With
+// the SSE2 baseline, 32-bit lane permutes are cheap, while 16-bit ones are cheap only as
+// the even/odd selections of 1 + 1 channels; other 16-bit shapes, and outputs gathered
+// from more inputs than kMaxInputs, run faster as per-frame copies of constant size.
+// AVX2's byte shuffles make every 16-bit gather cheaper than the copies.
+template <int Bytes>
 struct Unit16 {
-    typedef int16_t V __attribute__((vector_size(16)));
-    static constexpr int kLanes = 8;
+    typedef int16_t V __attribute__((vector_size(Bytes)));
+    static constexpr int kLanes = Bytes / 2;
     static constexpr uint32_t kSamples = 1;
-    static constexpr int kMaxInputs = 3;  // beyond, lane inserts cost more than scalar copies
+    static constexpr bool kAnyShape = Bytes == 32;
+    static constexpr int kMaxInputs = kAnyShape ? 8 : 3;
 };
 
+template <int Bytes>
 struct Unit32 {
-    typedef int32_t V __attribute__((vector_size(16)));
-    static constexpr int kLanes = 4;
+    typedef int32_t V __attribute__((vector_size(Bytes)));
+    static constexpr int kLanes = Bytes / 4;
     static constexpr uint32_t kSamples = 2;
+    static constexpr bool kAnyShape = true;
     static constexpr int kMaxInputs = 4;
 };
 
-template <uint32_t A, uint32_t B>
-using UnitFor = typename std::conditional<A % 2 == 0 && B % 2 == 0, Unit32, Unit16>::type;
+// Units of vectors of `Bytes` bytes for frames of A + B channels.
+template <uint32_t A, uint32_t B, int Bytes>
+using UnitFor = typename std::conditional<A % 2 == 0 && B % 2 == 0, Unit32<Bytes>, Unit16<Bytes>>::type;
 
 // Whether a split or merge of A + B channels in unit U uses the vector path at all.
 template <typename U, uint32_t A, uint32_t B>
 constexpr bool VectorShape() {
-    return std::is_same<U, Unit32>::value || (A == 1 && B == 1);
-}
-
-constexpr bool VectorMixin(uint32_t u32Cnt) {
-    return u32Cnt >= 1 && u32Cnt <= 2;
+    return U::kAnyShape || (A == 1 && B == 1);
 }
 
 template <typename V>
-inline V LoadV(const uint8_t* p) {
+KERNEL_INLINE V LoadV(const uint8_t* p) {
     V v;
     std::memcpy(&v, p, sizeof(v));
     return v;
 }
 
 template <typename V>
-inline void StoreV(uint8_t* p, V v) {
+KERNEL_INLINE void StoreV(uint8_t* p, V v) {
     std::memcpy(p, &v, sizeof(v));
 }
 
@@ -137,7 +149,7 @@ constexpr int MaxUsed(int count) {
 
 // First step: lanes from the first two inputs in one two-input shuffle.
 template <typename M, typename V, int J, int P0, int P1, size_t... K>
-inline V FirstTwo(V v0, V v1, std::index_sequence<K...>) {
+KERNEL_INLINE V FirstTwo(V v0, V v1, std::index_sequence<K...>) {
     return __builtin_shufflevector(v0, v1,
                                    (SrcVec<M>(J, K) == P0   ? SrcLane<M>(J, K)
                                     : SrcVec<M>(J, K) == P1 ? M::kL + SrcLane<M>(J, K)
@@ -146,12 +158,12 @@ inline V FirstTwo(V v0, V v1, std::index_sequence<K...>) {
 
 // Later steps: lanes from input P replace their places in r.
 template <typename M, typename V, int J, int P, size_t... K>
-inline V TakeLanes(V r, V v, std::index_sequence<K...>) {
+KERNEL_INLINE V TakeLanes(V r, V v, std::index_sequence<K...>) {
     return __builtin_shufflevector(r, v, (SrcVec<M>(J, K) == P ? M::kL + SrcLane<M>(J, K) : int(K))...);
 }
 
 template <typename M, typename V, int J, size_t... I>
-inline V TakeRest(const V* pIn, V r, std::index_sequence<I...>) {
+KERNEL_INLINE V TakeRest(const V* pIn, V r, std::index_sequence<I...>) {
     (void)pIn;  // unused when the sequence is empty
     ((r = TakeLanes<M, V, J, UsedInput<M>(J, int(I) + 2)>(r, pIn[UsedInput<M>(J, int(I) + 2)],
                                                           std::make_index_sequence<M::kL>())),
@@ -160,7 +172,7 @@ inline V TakeRest(const V* pIn, V r, std::index_sequence<I...>) {
 }
 
 template <typename M, typename V, int J>
-inline V Gather(const V* pIn) {
+KERNEL_INLINE V Gather(const V* pIn) {
     constexpr int kUsed = UsedCount<M>(J);
     constexpr int kP0 = UsedInput<M>(J, 0);
     constexpr int kP1 = kUsed > 1 ? UsedInput<M>(J, 1) : kP0;
@@ -169,21 +181,14 @@ inline V Gather(const V* pIn) {
 }
 
 template <typename M, typename V, size_t... J>
-inline void GatherStore(const V* pIn, uint8_t* pDst, std::index_sequence<J...>) {
+KERNEL_INLINE void GatherStore(const V* pIn, uint8_t* pDst, std::index_sequence<J...>) {
     (void)pIn;  // unused when the sequence is empty
     (void)pDst;
     ((StoreV(pDst + sizeof(V) * J, Gather<M, V, int(J)>(pIn))), ...);
 }
 
-template <typename M, typename V, size_t... J>
-inline void GatherTo(const V* pIn, V* pOut, std::index_sequence<J...>) {
-    (void)pIn;  // unused when the sequence is empty
-    (void)pOut;
-    ((pOut[J] = Gather<M, V, int(J)>(pIn)), ...);
-}
-
 template <typename V, size_t... I>
-inline void LoadAll(const uint8_t* pSrc, V* pOut, std::index_sequence<I...>) {
+KERNEL_INLINE void LoadAll(const uint8_t* pSrc, V* pOut, std::index_sequence<I...>) {
     (void)pSrc;  // unused when the sequence is empty
     (void)pOut;
     ((pOut[I] = LoadV<V>(pSrc + sizeof(V) * I)), ...);
@@ -209,16 +214,9 @@ struct MergeMap {
     }
 };
 
-// Channel j of C-sample frames, as one vector of 8 frames.
-template <int C>
-struct PlanarMap {
-    static constexpr int kL = Unit16::kLanes;
-    static constexpr int Src(int j, int k) { return k * C + j; }
-};
-
 // Copies frames [f, f + n) of the Cnt samples at channel Off of N-sample frames.
 template <uint32_t N, uint32_t Off, uint32_t Cnt>
-inline void CopyFrames(const uint8_t* pSrc, uint8_t* pDst, uint32_t f, uint32_t n) {
+KERNEL_INLINE void CopyFrames(const uint8_t* pSrc, uint8_t* pDst, uint32_t f, uint32_t n) {
     for (uint32_t i = f; i < f + n; i++) {
         std::memcpy(pDst + kSampleBytes * Cnt * i, pSrc + kSampleBytes * (N * i + Off), kSampleBytes * Cnt);
     }
@@ -226,16 +224,16 @@ inline void CopyFrames(const uint8_t* pSrc, uint8_t* pDst, uint32_t f, uint32_t 
 
 // Copies frames [f, f + n) of Cnt-sample frames into channel Off of N-sample frames.
 template <uint32_t N, uint32_t Off, uint32_t Cnt>
-inline void PlaceFrames(const uint8_t* pSrc, uint8_t* pDst, uint32_t f, uint32_t n) {
+KERNEL_INLINE void PlaceFrames(const uint8_t* pSrc, uint8_t* pDst, uint32_t f, uint32_t n) {
     for (uint32_t i = f; i < f + n; i++) {
         std::memcpy(pDst + kSampleBytes * (N * i + Off), pSrc + kSampleBytes * Cnt * i, kSampleBytes * Cnt);
     }
 }
 
-template <uint32_t A, uint32_t B>
-void SplitFixed(const uint8_t* __restrict pSrc, uint8_t* __restrict pDstA, uint8_t* __restrict pDstB,
-                uint32_t u32Frames) {
-    using U = UnitFor<A, B>;
+template <uint32_t A, uint32_t B, int Bytes>
+KERNEL_INLINE void SplitBody(const uint8_t* __restrict pSrc, uint8_t* __restrict pDstA,
+                             uint8_t* __restrict pDstB, uint32_t u32Frames) {
+    using U = UnitFor<A, B, Bytes>;
     using V = typename U::V;
     constexpr uint32_t N = A + B;
     constexpr int kA = int(A / U::kSamples);
@@ -264,10 +262,10 @@ void SplitFixed(const uint8_t* __restrict pSrc, uint8_t* __restrict pDstA, uint8
     CopyFrames<N, A, B>(pSrc, pDstB, f, u32Frames - f);
 }
 
-template <uint32_t A, uint32_t B>
-void MergeFixed(const uint8_t* __restrict pSrcA, const uint8_t* __restrict pSrcB, uint8_t* __restrict pDst,
-                uint32_t u32Frames) {
-    using U = UnitFor<A, B>;
+template <uint32_t A, uint32_t B, int Bytes>
+KERNEL_INLINE void MergeBody(const uint8_t* __restrict pSrcA, const uint8_t* __restrict pSrcB,
+                             uint8_t* __restrict pDst, uint32_t u32Frames) {
+    using U = UnitFor<A, B, Bytes>;
     using V = typename U::V;
     constexpr uint32_t N = A + B;
     constexpr int kA = int(A / U::kSamples);
@@ -286,59 +284,140 @@ void MergeFixed(const uint8_t* __restrict pSrcA, const uint8_t* __restrict pSrcB
     PlaceFrames<N, A, B>(pSrcB, pDst, f, u32Frames - f);
 }
 
-typedef Unit16::V V8;
-typedef float F4 __attribute__((vector_size(16)));
-typedef int32_t I4 __attribute__((vector_size(16)));
-
-inline F4 ToFloat(V8 v, bool bHigh) {
-    I4 i4 = bHigh ? I4{v[4], v[5], v[6], v[7]} : I4{v[0], v[1], v[2], v[3]};
-    return __builtin_convertvector(i4, F4);
+template <uint32_t A, uint32_t B>
+void SplitFixed(const uint8_t* pSrc, uint8_t* pDstA, uint8_t* pDstB, uint32_t u32Frames) {
+    SplitBody<A, B, 16>(pSrc, pDstA, pDstB, u32Frames);
 }
 
-template <size_t... J>
-inline void SumPlanar(const V8* pPlanar, F4& lo, F4& hi, std::index_sequence<J...>) {
-    (void)pPlanar;  // unused when the sequence is empty
-    ((lo += ToFloat(pPlanar[J], false), hi += ToFloat(pPlanar[J], true)), ...);
+template <uint32_t A, uint32_t B>
+void MergeFixed(const uint8_t* pSrcA, const uint8_t* pSrcB, uint8_t* pDst, uint32_t u32Frames) {
+    MergeBody<A, B, 16>(pSrcA, pSrcB, pDst, u32Frames);
 }
 
-// The division by c + 1 as a multiplication by 1 / (c + 1) rounded up, truncated: exact
-// for every sum of up to 21 16-bit samples (|sum| < 2^20 is exact in a float, and the
-// product's error stays far below the 1 / (c + 1) gap to the next integer). The tests
-// check every reachable sum against the integer division.
-template <int C>
-inline float Reciprocal() {
-    return std::nextafter(1.0f / float(C + 1), 2.0f);
+#if defined(__x86_64__)
+// The same kernels with AVX2 (and the SSSE3 byte shuffles it includes) at the compiler's
+// disposal for the gathers.
+template <uint32_t A, uint32_t B>
+__attribute__((target("avx2"))) void SplitFixedAvx2(const uint8_t* pSrc, uint8_t* pDstA, uint8_t* pDstB,
+                                                    uint32_t u32Frames) {
+    SplitBody<A, B, 32>(pSrc, pDstA, pDstB, u32Frames);
+}
+
+template <uint32_t A, uint32_t B>
+__attribute__((target("avx2"))) void MergeFixedAvx2(const uint8_t* pSrcA, const uint8_t* pSrcB, uint8_t* pDst,
+                                                    uint32_t u32Frames) {
+    MergeBody<A, B, 32>(pSrcA, pSrcB, pDst, u32Frames);
+}
+#endif
+
+// ---- Mixin ------------------------------------------------------------------------------
+//
+// Samples are addressed as 16-bit values of alignment 1, through non-overlapping
+// pointers, so that the compiler vectorises the frame loop: the c loads of a frame become
+// a de-interleave of the group and the quotient a multiply-high by the reciprocal of
+// c + 1, which is the exact signed division truncating toward zero that the loop states.
+typedef int16_t Sample __attribute__((aligned(1)));
+
+template <uint32_t C, size_t... J>
+inline __attribute__((always_inline)) int32_t FrameSum(const Sample* __restrict pGroup, size_t f,
+                                                       std::index_sequence<J...>) {
+    (void)pGroup;  // unused when the sequence is empty
+    return (int32_t(0) + ... + int32_t(pGroup[C * f + J]));
+}
+
+template <uint32_t C>
+inline __attribute__((always_inline)) void MixinLoop(Sample* __restrict pT, const Sample* __restrict pG,
+                                                     size_t n) {
+    for (size_t f = 0; f < n; f++) {
+        const int32_t s32Sum = pT[f] + FrameSum<C>(pG, f, std::make_index_sequence<C>());
+        pT[f] = static_cast<int16_t>(s32Sum / static_cast<int32_t>(C + 1));
+    }
 }
 
 // Target and group do not overlap here, so the frames are independent.
 template <uint32_t C>
-void MixinFixed(uint8_t* __restrict pTarget, const uint8_t* __restrict pGroup, uint32_t u32Frames) {
-    constexpr int kLanes = Unit16::kLanes;
-    const float fScale = Reciprocal<int(C)>();
-    uint32_t f = 0;
-    for (; VectorMixin(C) && f + kLanes <= u32Frames; f += kLanes) {
-        V8 av[C > 0 ? C : 1];
-        V8 planar[C > 0 ? C : 1];
-        LoadAll(pGroup + kSampleBytes * C * f, av, std::make_index_sequence<C>());
-        GatherTo<PlanarMap<int(C)>>(av, planar, std::make_index_sequence<C>());
-        V8 target = LoadV<V8>(pTarget + kSampleBytes * f);
-        F4 lo = ToFloat(target, false);
-        F4 hi = ToFloat(target, true);
-        SumPlanar(planar, lo, hi, std::make_index_sequence<C>());
-        I4 qlo = __builtin_convertvector(lo * fScale, I4);
-        I4 qhi = __builtin_convertvector(hi * fScale, I4);
-        V8 q = {int16_t(qlo[0]), int16_t(qlo[1]), int16_t(qlo[2]), int16_t(qlo[3]),
-                int16_t(qhi[0]), int16_t(qhi[1]), int16_t(qhi[2]), int16_t(qhi[3])};
-        StoreV(pTarget + kSampleBytes * f, q);
-    }
-    for (; f < u32Frames; f++) {
-        int32_t s32Sum = Load16(pTarget + kSampleBytes * f);
-        for (uint32_t j = 0; j < C; j++) {
-            s32Sum += Load16(pGroup + kSampleBytes * (C * f + j));
-        }
-        Store16(pTarget + kSampleBytes * f, s32Sum / static_cast<int32_t>(C + 1));
-    }
+void MixinFixed(uint8_t* pTarget, const uint8_t* pGroup, uint32_t u32Frames) {
+    MixinLoop<C>(reinterpret_cast<Sample*>(pTarget), reinterpret_cast<const Sample*>(pGroup), u32Frames);
 }
+
+#if defined(__x86_64__)
+typedef int32_t I8 __attribute__((vector_size(32)));
+
+// Group sizes whose strided loads the vectoriser leaves scalar: each frame's c samples
+// are read as one 16-byte row (samples past c weighted 0), pmaddwd adds them in pairs
+// and two rounds of phaddd finish the rows, 8 frames per step. Rows read up to 16 bytes
+// from the frame's start, so the frames whose row would pass the group's end take the
+// loop above.
+template <uint32_t C>
+constexpr bool RowMixin() {
+    return C >= 3 && C <= kFixedMax;
+}
+
+template <uint32_t C>
+__attribute__((target("avx2"))) inline __m256i RowPair(const uint8_t* pGroup, size_t f, __m256i weights) {
+    const __m128i lo = _mm_loadu_si128(reinterpret_cast<const __m128i*>(pGroup + kSampleBytes * C * f));
+    const __m128i hi = _mm_loadu_si128(reinterpret_cast<const __m128i*>(pGroup + kSampleBytes * C * (f + 4)));
+    return _mm256_madd_epi16(_mm256_inserti128_si256(_mm256_castsi128_si256(lo), hi, 1), weights);
+}
+
+template <uint32_t C>
+__attribute__((target("avx2"))) size_t MixinRowsAvx2(uint8_t* pTarget, const uint8_t* pGroup, size_t n) {
+    alignas(32) int16_t as16Weights[16];
+    for (uint32_t j = 0; j < 16; j++) {
+        as16Weights[j] = (j % 8) < C ? 1 : 0;
+    }
+    const __m256i weights = _mm256_load_si256(reinterpret_cast<const __m256i*>(as16Weights));
+    size_t f = 0;
+    for (; f + 8 <= n && C * (f + 7) + 8 <= C * n; f += 8) {
+        // Lane 0 holds frames f..f+3, lane 1 frames f+4..f+7.
+        const __m256i h01 =
+            _mm256_hadd_epi32(RowPair<C>(pGroup, f, weights), RowPair<C>(pGroup, f + 1, weights));
+        const __m256i h23 =
+            _mm256_hadd_epi32(RowPair<C>(pGroup, f + 2, weights), RowPair<C>(pGroup, f + 3, weights));
+        const __m128i target = _mm_loadu_si128(reinterpret_cast<const __m128i*>(pTarget + kSampleBytes * f));
+        const I8 sum = I8(_mm256_add_epi32(_mm256_hadd_epi32(h01, h23), _mm256_cvtepi16_epi32(target)));
+        const __m256i quotient = __m256i(sum / static_cast<int32_t>(C + 1));
+        // Quotients fit 16 bits, so the saturating pack keeps them; it packs per lane.
+        const __m256i packed = _mm256_permute4x64_epi64(_mm256_packs_epi32(quotient, quotient), 0x08);
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(pTarget + kSampleBytes * f),
+                         _mm256_castsi256_si128(packed));
+    }
+    return f;
+}
+
+// Two channels: pmaddwd against ones sums each frame's pair straight from the group,
+// 16 frames per step.
+__attribute__((target("avx2"))) size_t MixinPairsAvx2(uint8_t* pTarget, const uint8_t* pGroup, size_t n) {
+    const __m256i ones = _mm256_set1_epi16(1);
+    size_t f = 0;
+    for (; f + 16 <= n; f += 16) {
+        const uint8_t* pG = pGroup + kSampleBytes * 2 * f;
+        const uint8_t* pT = pTarget + kSampleBytes * f;
+        const __m256i g0 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(pG));
+        const __m256i g1 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(pG + 32));
+        const __m128i t0 = _mm_loadu_si128(reinterpret_cast<const __m128i*>(pT));
+        const __m128i t1 = _mm_loadu_si128(reinterpret_cast<const __m128i*>(pT + 16));
+        const I8 s0 = I8(_mm256_add_epi32(_mm256_madd_epi16(g0, ones), _mm256_cvtepi16_epi32(t0)));
+        const I8 s1 = I8(_mm256_add_epi32(_mm256_madd_epi16(g1, ones), _mm256_cvtepi16_epi32(t1)));
+        // The pack interleaves the two per 128-bit lane; the permute restores frame order.
+        const __m256i packed = _mm256_packs_epi32(__m256i(s0 / 3), __m256i(s1 / 3));
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(pTarget + kSampleBytes * f),
+                            _mm256_permute4x64_epi64(packed, 0xD8));
+    }
+    return f;
+}
+
+// The same in 256-bit vectors, run when the processor has AVX2.
+template <uint32_t C>
+__attribute__((target("avx2"))) void MixinFixedAvx2(uint8_t* pTarget, const uint8_t* pGroup,
+                                                    uint32_t u32Frames) {
+    const size_t f = C == 2          ? MixinPairsAvx2(pTarget, pGroup, u32Frames)
+                     : RowMixin<C>() ? MixinRowsAvx2<C>(pTarget, pGroup, u32Frames)
+                                     : 0;
+    MixinLoop<C>(reinterpret_cast<Sample*>(pTarget + kSampleBytes * f),
+                 reinterpret_cast<const Sample*>(pGroup + kSampleBytes * C * f), u32Frames - f);
+}
+#endif
 
 using SplitFn = void (*)(const uint8_t*, uint8_t*, uint8_t*, uint32_t);
 using MergeFn = void (*)(const uint8_t*, const uint8_t*, uint8_t*, uint32_t);
@@ -361,11 +440,72 @@ constexpr std::array<MixinFn, sizeof...(I)> MakeMixinTable(std::index_sequence<I
     return {{&MixinFixed<I>...}};
 }
 
+#if defined(__x86_64__)
+template <size_t... I>
+constexpr std::array<SplitFn, sizeof...(I)> MakeSplitAvx2Table(std::index_sequence<I...>) {
+    return {{&SplitFixedAvx2<I / (kFixedMax + 1), I % (kFixedMax + 1)>...}};
+}
+
+template <size_t... I>
+constexpr std::array<MergeFn, sizeof...(I)> MakeMergeAvx2Table(std::index_sequence<I...>) {
+    return {{&MergeFixedAvx2<I / (kFixedMax + 1), I % (kFixedMax + 1)>...}};
+}
+
+template <size_t... I>
+constexpr std::array<MixinFn, sizeof...(I)> MakeMixinAvx2Table(std::index_sequence<I...>) {
+    return {{&MixinFixedAvx2<I>...}};
+}
+#endif
+
 // Indexed by a * (kFixedMax + 1) + b, and by c.
 constexpr std::array<SplitFn, kPairs> kSplitTable = MakeSplitTable(std::make_index_sequence<kPairs>());
 constexpr std::array<MergeFn, kPairs> kMergeTable = MakeMergeTable(std::make_index_sequence<kPairs>());
 constexpr std::array<MixinFn, kFixedMax + 1> kMixinTable =
     MakeMixinTable(std::make_index_sequence<kFixedMax + 1>());
+#if defined(__x86_64__)
+constexpr std::array<SplitFn, kPairs> kSplitAvx2Table =
+    MakeSplitAvx2Table(std::make_index_sequence<kPairs>());
+constexpr std::array<MergeFn, kPairs> kMergeAvx2Table =
+    MakeMergeAvx2Table(std::make_index_sequence<kPairs>());
+constexpr std::array<MixinFn, kFixedMax + 1> kMixinAvx2Table =
+    MakeMixinAvx2Table(std::make_index_sequence<kFixedMax + 1>());
+
+bool HasAvx2() {
+    static const bool bHas = [] {
+        __builtin_cpu_init();
+        return __builtin_cpu_supports("avx2") != 0;
+    }();
+    return bHas;
+}
+#endif
+
+// The kernels for this processor.
+const std::array<SplitFn, kPairs>& SplitTable() {
+#if defined(__x86_64__)
+    if (HasAvx2()) {
+        return kSplitAvx2Table;
+    }
+#endif
+    return kSplitTable;
+}
+
+const std::array<MergeFn, kPairs>& MergeTable() {
+#if defined(__x86_64__)
+    if (HasAvx2()) {
+        return kMergeAvx2Table;
+    }
+#endif
+    return kMergeTable;
+}
+
+const std::array<MixinFn, kFixedMax + 1>& MixinTable() {
+#if defined(__x86_64__)
+    if (HasAvx2()) {
+        return kMixinAvx2Table;
+    }
+#endif
+    return kMixinTable;
+}
 
 bool Overlap(const uint8_t* pA, size_t u32LenA, const uint8_t* pB, size_t u32LenB) {
     return pA < pB + u32LenB && pB < pA + u32LenA;
@@ -391,13 +531,36 @@ void SplitFramesRef(const uint8_t* pSrc, uint8_t* pDstA, uint8_t* pDstB, uint32_
     }
 }
 
-void SplitFrames(const uint8_t* pSrc, uint8_t* pDstA, uint8_t* pDstB, uint32_t u32Frames, uint32_t u32CntA,
-                 uint32_t u32CntB) {
+namespace {
+
+void SplitWith(const std::array<SplitFn, kPairs>& table, const uint8_t* pSrc, uint8_t* pDstA, uint8_t* pDstB,
+               uint32_t u32Frames, uint32_t u32CntA, uint32_t u32CntB) {
     if (u32CntA <= kFixedMax && u32CntB <= kFixedMax) {
-        kSplitTable[u32CntA * (kFixedMax + 1) + u32CntB](pSrc, pDstA, pDstB, u32Frames);
+        table[u32CntA * (kFixedMax + 1) + u32CntB](pSrc, pDstA, pDstB, u32Frames);
     } else {
         SplitFramesRef(pSrc, pDstA, pDstB, u32Frames, u32CntA, u32CntB);
     }
+}
+
+void MergeWith(const std::array<MergeFn, kPairs>& table, const uint8_t* pSrcA, const uint8_t* pSrcB,
+               uint8_t* pDst, uint32_t u32Frames, uint32_t u32CntA, uint32_t u32CntB) {
+    if (u32CntA <= kFixedMax && u32CntB <= kFixedMax) {
+        table[u32CntA * (kFixedMax + 1) + u32CntB](pSrcA, pSrcB, pDst, u32Frames);
+    } else {
+        MergeFramesRef(pSrcA, pSrcB, pDst, u32Frames, u32CntA, u32CntB);
+    }
+}
+
+}  // namespace
+
+void SplitFrames(const uint8_t* pSrc, uint8_t* pDstA, uint8_t* pDstB, uint32_t u32Frames, uint32_t u32CntA,
+                 uint32_t u32CntB) {
+    SplitWith(SplitTable(), pSrc, pDstA, pDstB, u32Frames, u32CntA, u32CntB);
+}
+
+void SplitFramesPortable(const uint8_t* pSrc, uint8_t* pDstA, uint8_t* pDstB, uint32_t u32Frames,
+                         uint32_t u32CntA, uint32_t u32CntB) {
+    SplitWith(kSplitTable, pSrc, pDstA, pDstB, u32Frames, u32CntA, u32CntB);
 }
 
 void MergeFramesRef(const uint8_t* pSrcA, const uint8_t* pSrcB, uint8_t* pDst, uint32_t u32Frames,
@@ -420,11 +583,12 @@ void MergeFramesRef(const uint8_t* pSrcA, const uint8_t* pSrcB, uint8_t* pDst, u
 
 void MergeFrames(const uint8_t* pSrcA, const uint8_t* pSrcB, uint8_t* pDst, uint32_t u32Frames,
                  uint32_t u32CntA, uint32_t u32CntB) {
-    if (u32CntA <= kFixedMax && u32CntB <= kFixedMax) {
-        kMergeTable[u32CntA * (kFixedMax + 1) + u32CntB](pSrcA, pSrcB, pDst, u32Frames);
-    } else {
-        MergeFramesRef(pSrcA, pSrcB, pDst, u32Frames, u32CntA, u32CntB);
-    }
+    MergeWith(MergeTable(), pSrcA, pSrcB, pDst, u32Frames, u32CntA, u32CntB);
+}
+
+void MergeFramesPortable(const uint8_t* pSrcA, const uint8_t* pSrcB, uint8_t* pDst, uint32_t u32Frames,
+                         uint32_t u32CntA, uint32_t u32CntB) {
+    MergeWith(kMergeTable, pSrcA, pSrcB, pDst, u32Frames, u32CntA, u32CntB);
 }
 
 void MixinFramesRef(uint8_t* pTarget, const uint8_t* pGroup, uint32_t u32Frames, uint32_t u32Cnt) {
@@ -443,14 +607,27 @@ void MixinFramesRef(uint8_t* pTarget, const uint8_t* pGroup, uint32_t u32Frames,
     }
 }
 
-void MixinFrames(uint8_t* pTarget, const uint8_t* pGroup, uint32_t u32Frames, uint32_t u32Cnt) {
+namespace {
+
+void MixinWith(const std::array<MixinFn, kFixedMax + 1>& table, uint8_t* pTarget, const uint8_t* pGroup,
+               uint32_t u32Frames, uint32_t u32Cnt) {
     const size_t u32TargetLen = static_cast<size_t>(u32Frames) * kSampleBytes;
     const size_t u32GroupLen = u32TargetLen * u32Cnt;
     if (u32Cnt == 0 || u32Cnt > kFixedMax || Overlap(pTarget, u32TargetLen, pGroup, u32GroupLen)) {
         MixinFramesRef(pTarget, pGroup, u32Frames, u32Cnt);
     } else {
-        kMixinTable[u32Cnt](pTarget, pGroup, u32Frames);
+        table[u32Cnt](pTarget, pGroup, u32Frames);
     }
+}
+
+}  // namespace
+
+void MixinFramesPortable(uint8_t* pTarget, const uint8_t* pGroup, uint32_t u32Frames, uint32_t u32Cnt) {
+    MixinWith(kMixinTable, pTarget, pGroup, u32Frames, u32Cnt);
+}
+
+void MixinFrames(uint8_t* pTarget, const uint8_t* pGroup, uint32_t u32Frames, uint32_t u32Cnt) {
+    MixinWith(MixinTable(), pTarget, pGroup, u32Frames, u32Cnt);
 }
 
 bool CompleteGroupRewrite(uint8_t* pIn, uint8_t* pOut, uint32_t u32Offset, uint32_t u32Cnt, uint32_t u32Chn,

@@ -1,8 +1,10 @@
 #include "rematrix_kernel.h"
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <utility>
 
 #if defined(__x86_64__)
 #include <immintrin.h>
@@ -79,6 +81,34 @@ void WidenGeneric(const unsigned char* __restrict in, unsigned char* __restrict 
     }
 }
 
+// Widening with both counts fixed: output channel c of a frame is input channel c % I,
+// every offset a constant, so each frame is a short run of 16-bit moves.
+template <size_t I, size_t O>
+void WidenFixed(const unsigned char* __restrict in, unsigned char* __restrict out, size_t frames) {
+    for (size_t f = 0; f < frames; f++) {
+        for (size_t c = 0; c < O; c++) {
+            Store16(out + (f * O + c) * kSampleBytes, Load16(in + (f * I + c % I) * kSampleBytes));
+        }
+    }
+}
+
+using WidenFn = void (*)(const unsigned char*, unsigned char*, size_t);
+
+// Widening shapes with a fixed kernel: I in 1..kWidenMax, O in I+1..kWidenMax.
+constexpr size_t kWidenMax = 8;
+constexpr size_t kWidenShapes = kWidenMax * kWidenMax;
+
+template <size_t... K>
+constexpr std::array<WidenFn, sizeof...(K)> MakeWidenTable(std::index_sequence<K...>) {
+    // Entry K is shape (K / kWidenMax + 1) -> (K % kWidenMax + 1); entries that do not widen
+    // are never called and hold the equal-count kernel.
+    return {{&WidenFixed<K / kWidenMax + 1,
+                         (K % kWidenMax >= K / kWidenMax ? K % kWidenMax + 1 : K / kWidenMax + 1)>...}};
+}
+
+constexpr std::array<WidenFn, kWidenShapes> kWidenTable =
+    MakeWidenTable(std::make_index_sequence<kWidenShapes>());
+
 void PickFirst(const unsigned char* __restrict in, unsigned char* __restrict out, size_t frames,
                size_t inChn) {
     for (size_t f = 0; f < frames; f++) {
@@ -138,6 +168,8 @@ void RematrixPortable(const unsigned char* in, unsigned char* out, int frames, i
             MonoToMany(in, out, n, oc);
         } else if (ic == 2 && oc % 2 == 0) {
             PairRepeat(in, out, n, oc);
+        } else if (oc <= kWidenMax) {
+            kWidenTable[(ic - 1) * kWidenMax + (oc - 1)](in, out, n);
         } else {
             WidenGeneric(in, out, n, ic, oc);
         }

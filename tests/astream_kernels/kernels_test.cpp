@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstring>
 #include <random>
+#include <utility>
 #include <vector>
 
 #include "astream_channel_kernels.h"
@@ -16,7 +17,15 @@ namespace {
 using namespace audiomw::astream;
 
 constexpr uint32_t kMaxCnt = 11;  // past the specialised range, so the fallback runs too
-const uint32_t kFrames[] = {0, 1, 2, 3, 7, 8, 9, 15, 16, 17, 31, 33, 160, 256};
+const uint32_t kFrames[] = {0, 1, 2, 3, 7, 8, 9, 15, 16, 17, 23, 24, 25, 31, 32, 33, 47, 160, 256};
+
+// The mixin kernels under test: the one this processor runs and the portable one.
+using MixinKernel = void (*)(uint8_t*, const uint8_t*, uint32_t, uint32_t);
+struct NamedMixin {
+    const char* name;
+    MixinKernel kernel;
+};
+const NamedMixin kMixins[] = {{"dispatched", MixinFrames}, {"portable", MixinFramesPortable}};
 
 std::vector<uint8_t> Random(size_t n, std::mt19937& rng) {
     std::vector<uint8_t> v(n);
@@ -29,20 +38,31 @@ std::vector<uint8_t> Random(size_t n, std::mt19937& rng) {
 // Buffers start one byte into their storage, so no sample is 2-byte aligned.
 constexpr size_t kSkew = 1;
 
+// The split and merge kernels under test: the ones this processor runs and the portable ones.
+using FramesKernel = void (*)(const uint8_t*, uint8_t*, uint8_t*, uint32_t, uint32_t, uint32_t);
+using MergeKernel = void (*)(const uint8_t*, const uint8_t*, uint8_t*, uint32_t, uint32_t, uint32_t);
+const std::pair<const char*, FramesKernel> kSplits[] = {{"dispatched", SplitFrames},
+                                                        {"portable", SplitFramesPortable}};
+const std::pair<const char*, MergeKernel> kMerges[] = {{"dispatched", MergeFrames},
+                                                       {"portable", MergeFramesPortable}};
+
 TEST(ChannelKernels, SplitEqualsReference) {
     std::mt19937 rng(1);
-    for (uint32_t a = 0; a <= kMaxCnt; a++) {
-        for (uint32_t b = 0; b <= kMaxCnt; b++) {
-            for (uint32_t frames : kFrames) {
-                SCOPED_TRACE(testing::Message() << "a=" << a << " b=" << b << " frames=" << frames);
-                const size_t lenA = a * frames * 2, lenB = b * frames * 2;
-                std::vector<uint8_t> src = Random(lenA + lenB + kSkew, rng);
-                std::vector<uint8_t> fast = Random(lenA + lenB + 2 * kSkew, rng), ref = fast;
-                SplitFrames(src.data() + kSkew, fast.data() + kSkew, fast.data() + kSkew + lenA, frames, a,
-                            b);
-                SplitFramesRef(src.data() + kSkew, ref.data() + kSkew, ref.data() + kSkew + lenA, frames, a,
-                               b);
-                ASSERT_EQ(ref, fast);
+    for (const auto& split : kSplits) {
+        for (uint32_t a = 0; a <= kMaxCnt; a++) {
+            for (uint32_t b = 0; b <= kMaxCnt; b++) {
+                for (uint32_t frames : kFrames) {
+                    SCOPED_TRACE(testing::Message()
+                                 << split.first << " a=" << a << " b=" << b << " frames=" << frames);
+                    const size_t lenA = a * frames * 2, lenB = b * frames * 2;
+                    std::vector<uint8_t> src = Random(lenA + lenB + kSkew, rng);
+                    std::vector<uint8_t> fast = Random(lenA + lenB + 2 * kSkew, rng), ref = fast;
+                    split.second(src.data() + kSkew, fast.data() + kSkew, fast.data() + kSkew + lenA, frames,
+                                 a, b);
+                    SplitFramesRef(src.data() + kSkew, ref.data() + kSkew, ref.data() + kSkew + lenA, frames,
+                                   a, b);
+                    ASSERT_EQ(ref, fast);
+                }
             }
         }
     }
@@ -50,17 +70,21 @@ TEST(ChannelKernels, SplitEqualsReference) {
 
 TEST(ChannelKernels, MergeEqualsReference) {
     std::mt19937 rng(2);
-    for (uint32_t a = 0; a <= kMaxCnt; a++) {
-        for (uint32_t b = 0; b <= kMaxCnt; b++) {
-            for (uint32_t frames : kFrames) {
-                SCOPED_TRACE(testing::Message() << "a=" << a << " b=" << b << " frames=" << frames);
-                const size_t lenA = a * frames * 2, lenB = b * frames * 2;
-                std::vector<uint8_t> src = Random(lenA + lenB + kSkew, rng);
-                std::vector<uint8_t> fast = Random(lenA + lenB + 2 * kSkew, rng), ref = fast;
-                MergeFrames(src.data() + kSkew, src.data() + kSkew + lenA, fast.data() + kSkew, frames, a, b);
-                MergeFramesRef(src.data() + kSkew, src.data() + kSkew + lenA, ref.data() + kSkew, frames, a,
-                               b);
-                ASSERT_EQ(ref, fast);
+    for (const auto& merge : kMerges) {
+        for (uint32_t a = 0; a <= kMaxCnt; a++) {
+            for (uint32_t b = 0; b <= kMaxCnt; b++) {
+                for (uint32_t frames : kFrames) {
+                    SCOPED_TRACE(testing::Message()
+                                 << merge.first << " a=" << a << " b=" << b << " frames=" << frames);
+                    const size_t lenA = a * frames * 2, lenB = b * frames * 2;
+                    std::vector<uint8_t> src = Random(lenA + lenB + kSkew, rng);
+                    std::vector<uint8_t> fast = Random(lenA + lenB + 2 * kSkew, rng), ref = fast;
+                    merge.second(src.data() + kSkew, src.data() + kSkew + lenA, fast.data() + kSkew, frames,
+                                 a, b);
+                    MergeFramesRef(src.data() + kSkew, src.data() + kSkew + lenA, ref.data() + kSkew, frames,
+                                   a, b);
+                    ASSERT_EQ(ref, fast);
+                }
             }
         }
     }
@@ -86,22 +110,43 @@ TEST(ChannelKernels, ReferenceSplitAndMergeDefinition) {
 TEST(ChannelKernels, MixinEqualsReference) {
     std::mt19937 rng(3);
     const int16_t extremes[] = {-32768, -32767, -1, 0, 1, 32766, 32767};
-    for (uint32_t c = 0; c <= kMaxCnt; c++) {
-        for (uint32_t frames : kFrames) {
-            const size_t block = frames * 2;
-            const uint32_t blocks = c + 2;  // room for a target before and after the group
-            for (uint32_t t = 0; t < blocks; t++) {
-                SCOPED_TRACE(testing::Message() << "c=" << c << " frames=" << frames << " target=" << t);
-                std::vector<uint8_t> fast = Random(blocks * block + kSkew, rng);
-                for (size_t i = 0; i + 1 < fast.size(); i += 2) {
-                    if (rng() % 4 == 0) {
-                        std::memcpy(&fast[i], &extremes[rng() % 7], 2);
+    for (const NamedMixin& mixin : kMixins) {
+        for (uint32_t c = 0; c <= kMaxCnt; c++) {
+            for (uint32_t frames : kFrames) {
+                const size_t block = frames * 2;
+                const uint32_t blocks = c + 2;  // room for a target before and after the group
+                for (uint32_t t = 0; t < blocks; t++) {
+                    SCOPED_TRACE(testing::Message()
+                                 << mixin.name << " c=" << c << " frames=" << frames << " target=" << t);
+                    std::vector<uint8_t> fast = Random(blocks * block + kSkew, rng);
+                    for (size_t i = 0; i + 1 < fast.size(); i += 2) {
+                        if (rng() % 4 == 0) {
+                            std::memcpy(&fast[i], &extremes[rng() % 7], 2);
+                        }
                     }
+                    std::vector<uint8_t> ref = fast;
+                    uint8_t* base = fast.data() + kSkew;
+                    mixin.kernel(base + t * block, base + block, frames, c);
+                    MixinFramesRef(ref.data() + kSkew + t * block, ref.data() + kSkew + block, frames, c);
+                    ASSERT_EQ(ref, fast);
                 }
-                std::vector<uint8_t> ref = fast;
-                uint8_t* base = fast.data() + kSkew;
-                MixinFrames(base + t * block, base + block, frames, c);
-                MixinFramesRef(ref.data() + kSkew + t * block, ref.data() + kSkew + block, frames, c);
+            }
+        }
+    }
+}
+
+// A group that ends exactly where its allocation ends, target in a separate one: the
+// vector kernels must stop short of reading past the group (ASan reports it if not).
+TEST(ChannelKernels, MixinReadsNothingPastTheGroup) {
+    std::mt19937 rng(4);
+    for (const NamedMixin& mixin : kMixins) {
+        for (uint32_t c = 1; c <= kMaxCnt; c++) {
+            for (uint32_t frames : kFrames) {
+                SCOPED_TRACE(testing::Message() << mixin.name << " c=" << c << " frames=" << frames);
+                std::vector<uint8_t> group = Random(size_t(frames) * c * 2, rng);
+                std::vector<uint8_t> fast = Random(size_t(frames) * 2, rng), ref = fast;
+                mixin.kernel(fast.data(), group.data(), frames, c);
+                MixinFramesRef(ref.data(), group.data(), frames, c);
                 ASSERT_EQ(ref, fast);
             }
         }
@@ -133,29 +178,31 @@ TEST(ChannelKernels, MixinTruncatesTowardZero) {
 // Every sum a frame can reach, for every group size: the kernel's quotient equals the
 // integer division truncated toward zero (the specialised kernels divide by multiplying).
 TEST(ChannelKernels, MixinQuotientIsExactForEveryReachableSum) {
-    for (uint32_t c = 1; c <= kMaxCnt; c++) {
-        SCOPED_TRACE(c);
-        const int32_t lo = -32768 * int32_t(c + 1), hi = 32767 * int32_t(c + 1);
-        const uint32_t frames = uint32_t(hi - lo + 1);
-        std::vector<int16_t> target(frames), group(size_t(frames) * c);
-        for (uint32_t f = 0; f < frames; f++) {
-            int32_t rest = lo + int32_t(f);
-            auto take = [&rest]() {
-                int32_t v = rest < -32768 ? -32768 : (rest > 32767 ? 32767 : rest);
-                rest -= v;
-                return int16_t(v);
-            };
-            target[f] = take();
-            for (uint32_t j = 0; j < c; j++) {
-                group[size_t(f) * c + j] = take();
+    for (const NamedMixin& mixin : kMixins) {
+        for (uint32_t c = 1; c <= kMaxCnt; c++) {
+            SCOPED_TRACE(testing::Message() << mixin.name << " c=" << c);
+            const int32_t lo = -32768 * int32_t(c + 1), hi = 32767 * int32_t(c + 1);
+            const uint32_t frames = uint32_t(hi - lo + 1);
+            std::vector<int16_t> target(frames), group(size_t(frames) * c);
+            for (uint32_t f = 0; f < frames; f++) {
+                int32_t rest = lo + int32_t(f);
+                auto take = [&rest]() {
+                    int32_t v = rest < -32768 ? -32768 : (rest > 32767 ? 32767 : rest);
+                    rest -= v;
+                    return int16_t(v);
+                };
+                target[f] = take();
+                for (uint32_t j = 0; j < c; j++) {
+                    group[size_t(f) * c + j] = take();
+                }
             }
-        }
-        MixinFrames(reinterpret_cast<uint8_t*>(target.data()), reinterpret_cast<const uint8_t*>(group.data()),
-                    frames, c);
-        for (uint32_t f = 0; f < frames; f++) {
-            const int32_t sum = lo + int32_t(f);
-            if (target[f] != sum / int32_t(c + 1)) {
-                FAIL() << "sum " << sum << " gave " << target[f];
+            mixin.kernel(reinterpret_cast<uint8_t*>(target.data()),
+                         reinterpret_cast<const uint8_t*>(group.data()), frames, c);
+            for (uint32_t f = 0; f < frames; f++) {
+                const int32_t sum = lo + int32_t(f);
+                if (target[f] != sum / int32_t(c + 1)) {
+                    FAIL() << "sum " << sum << " gave " << target[f];
+                }
             }
         }
     }
