@@ -11,46 +11,36 @@ namespace {
 constexpr unsigned int kPeriod = 64;
 constexpr uint32_t kPeriods = 300;
 
-class ConcurrencyTest : public VcardTest {};
+using ConcurrencyTest = VcardTest;
 
+// Clock and fault plan change under the writer; the prepare fault leaves writes alone.
 TEST_F(ConcurrencyTest, WriterAndMemoryReaderSeeEveryByteOnceInOrder) {
     ASSERT_EQ(0, AddPcm(Desc(2, 0, VCARD_PLAYBACK, 2, 2, 16000, 16000)));
     ASSERT_EQ(0, vcard_set_sink_memory(2, 0, 1 << 20));
     pcm* handle = Open(2, 0, PCM_OUT, Config(2, 16000, kPeriod));
     ASSERT_EQ(1, pcm_is_ready(handle)) << pcm_get_error(handle);
-
     std::atomic<bool> done{false};
     std::thread writer([&] {
         for (uint32_t period = 0; period < kPeriods; ++period) {
-            std::vector<uint8_t> bytes = audiomw_test::MakePattern(2, kPeriod, 5, period * kPeriod);
-            if (pcm_writei(handle, bytes.data(), kPeriod) != static_cast<int>(kPeriod)) {
-                ADD_FAILURE() << "write " << period << ": " << pcm_get_error(handle);
-            }
+            Write(handle, audiomw_test::MakePattern(2, kPeriod, 5, period * kPeriod));
         }
         done = true;
     });
-
-    std::vector<uint8_t> received;
-    std::vector<uint8_t> chunk(4096);
+    std::vector<uint8_t> received, chunk(4096);
     vcard_fault_plan harmless{};
-    harmless.prepare = VCARD_PREPARE_FAIL;  // writes are not affected
-    int rounds = 0;
-    while (!done) {
+    harmless.prepare = VCARD_PREPARE_FAIL;
+    for (int round = 0; !done || round == 0; ++round) {
         long taken = vcard_memory_take(2, 0, chunk.data(), chunk.size());
         EXPECT_GE(taken, 0);
         received.insert(received.end(), chunk.begin(), chunk.begin() + std::max(taken, 0L));
         EXPECT_EQ(0,
-                  vcard_set_clock(2, 0, VCARD_PLAYBACK, rounds % 2 ? VCARD_CLOCK_FRAMES : VCARD_CLOCK_FREE));
-        EXPECT_EQ(0, vcard_set_faults(2, 0, VCARD_PLAYBACK, rounds % 3 ? &harmless : nullptr));
+                  vcard_set_clock(2, 0, VCARD_PLAYBACK, round % 2 ? VCARD_CLOCK_FRAMES : VCARD_CLOCK_FREE));
+        EXPECT_EQ(0, vcard_set_faults(2, 0, VCARD_PLAYBACK, round % 3 ? &harmless : nullptr));
         EXPECT_EQ(0, pcm_get_underruns(handle));
-        EXPECT_EQ(1, pcm_is_ready(handle));
-        vcard_counters counters = Counters(2, 0, VCARD_PLAYBACK);
-        EXPECT_LE(counters.writes, kPeriods);
-        ++rounds;
+        EXPECT_LE(Counters(2, 0, VCARD_PLAYBACK).writes, kPeriods);
     }
     writer.join();
-    long taken;
-    while ((taken = vcard_memory_take(2, 0, chunk.data(), chunk.size())) > 0) {
+    for (long taken; (taken = vcard_memory_take(2, 0, chunk.data(), chunk.size())) > 0;) {
         received.insert(received.end(), chunk.begin(), chunk.begin() + taken);
     }
     EXPECT_EQ(audiomw_test::MakePattern(2, kPeriod * kPeriods, 5, 0), received);
@@ -58,35 +48,31 @@ TEST_F(ConcurrencyTest, WriterAndMemoryReaderSeeEveryByteOnceInOrder) {
     pcm_close(handle);
 }
 
+// Sources set meanwhile are for the next opening only.
 TEST_F(ConcurrencyTest, ReaderKeepsItsPatternWhileSettingsChange) {
     ASSERT_EQ(0, AddPcm(Desc(1, 0, VCARD_CAPTURE, 2, 2, 16000, 16000)));
     ASSERT_EQ(0, vcard_set_source_pattern(1, 0));
     pcm* handle = Open(1, 0, PCM_IN, Config(2, 16000, kPeriod));
     ASSERT_EQ(1, pcm_is_ready(handle)) << pcm_get_error(handle);
-
     std::atomic<bool> done{false};
     std::vector<uint8_t> received;
     std::thread reader([&] {
-        std::vector<uint8_t> bytes(kPeriod * 4);
         for (uint32_t period = 0; period < kPeriods; ++period) {
-            if (pcm_readi(handle, bytes.data(), kPeriod) != static_cast<int>(kPeriod)) {
-                ADD_FAILURE() << "read " << period << ": " << pcm_get_error(handle);
-            }
+            std::vector<uint8_t> bytes = Read(handle, kPeriod);
             received.insert(received.end(), bytes.begin(), bytes.end());
         }
         done = true;
     });
     const vcard_tone tone = {440.0, 1000.0};
     while (!done) {
-        EXPECT_EQ(0, vcard_set_source_sine(1, 0, &tone, 1));  // for the next opening only
+        EXPECT_EQ(0, vcard_set_source_sine(1, 0, &tone, 1));
         EXPECT_EQ(0, vcard_set_source_silence(1, 0));
         Counters(1, 0, VCARD_CAPTURE);
     }
     reader.join();
     std::vector<int16_t> expected;
     for (uint32_t frame = 0; frame < kPeriod * kPeriods; ++frame) {
-        expected.push_back(vcard_pattern_sample(0, frame));
-        expected.push_back(vcard_pattern_sample(1, frame));
+        expected.insert(expected.end(), {vcard_pattern_sample(0, frame), vcard_pattern_sample(1, frame)});
     }
     EXPECT_EQ(Le16(expected), received);
     pcm_close(handle);
@@ -96,18 +82,13 @@ TEST_F(ConcurrencyTest, CardsComeAndGoWhileAnotherCardOpensAndWrites) {
     ASSERT_EQ(0, AddPcm(Desc(2, 0, VCARD_PLAYBACK, 1, 2, 8000, 48000)));
     std::atomic<bool> done{false};
     std::thread device([&] {
-        std::vector<uint8_t> bytes(kPeriod * 2);
         for (int i = 0; i < 100; ++i) {
-            pcm* handle = Open(2, 0, PCM_OUT, Config(1, 16000, kPeriod));
-            if (pcm_writei(handle, bytes.data(), kPeriod) != static_cast<int>(kPeriod)) {
-                ADD_FAILURE() << pcm_get_error(handle);
-            }
-            pcm_close(handle);
+            PcmHandle handle(2, 0, PCM_OUT, Config(1, 16000, kPeriod));
+            Write(handle.get(), std::vector<uint8_t>(kPeriod * 2));
         }
         done = true;
     });
-    unsigned int round = 0;
-    while (!done) {
+    for (unsigned int round = 0; !done; ++round) {
         EXPECT_EQ(0, AddPcm(Desc(5, round % 4, VCARD_CAPTURE, 1, 2, 8000, 48000)));
         pcm_params* params = pcm_params_get(5, round % 4, PCM_IN);
         EXPECT_NE(nullptr, params);
@@ -115,7 +96,6 @@ TEST_F(ConcurrencyTest, CardsComeAndGoWhileAnotherCardOpensAndWrites) {
         if (round % 8 == 7) {
             EXPECT_EQ(0, vcard_remove_card(5));
         }
-        ++round;
     }
     device.join();
     vcard_counters counters = Counters(2, 0, VCARD_PLAYBACK);

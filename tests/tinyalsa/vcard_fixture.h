@@ -1,5 +1,5 @@
 // Shared set-up of the tinyalsa tests: an empty set of virtual cards per test, a
-// scratch directory for files, and short-hands for descriptions and configurations.
+// scratch directory for files, and short-hands for descriptions, configurations and I/O.
 #ifndef AUDIOMW_TESTS_TINYALSA_VCARD_FIXTURE_H
 #define AUDIOMW_TESTS_TINYALSA_VCARD_FIXTURE_H
 
@@ -30,13 +30,7 @@ inline vcard_pcm_desc Desc(unsigned int card, unsigned int device, vcard_directi
 
 inline pcm_config Config(unsigned int channels, unsigned int rate, unsigned int periodSize,
                          pcm_format format = PCM_FORMAT_S16_LE, unsigned int periodCount = 4) {
-    pcm_config config{};
-    config.channels = channels;
-    config.rate = rate;
-    config.period_size = periodSize;
-    config.period_count = periodCount;
-    config.format = format;
-    return config;
+    return pcm_config{channels, rate, periodSize, periodCount, format, 0, 0, 0, 0, 0};
 }
 
 inline int AddPcm(const vcard_pcm_desc& desc) {
@@ -51,7 +45,7 @@ inline pcm* Open(unsigned int card, unsigned int device, unsigned int flags, con
 class PcmHandle {
   public:
     PcmHandle(unsigned int card, unsigned int device, unsigned int flags, const pcm_config& config)
-        : m_pcm(pcm_open(card, device, flags, &config)) {}
+        : m_pcm(Open(card, device, flags, config)) {}
     ~PcmHandle() { pcm_close(m_pcm); }
     PcmHandle(const PcmHandle&) = delete;
     PcmHandle& operator=(const PcmHandle&) = delete;
@@ -68,14 +62,21 @@ inline vcard_counters Counters(unsigned int card, unsigned int device, vcard_dir
     return counters;
 }
 
+// Reads `frames` frames and returns their bytes; writes whole frames of `bytes`.
+inline std::vector<uint8_t> Read(pcm* handle, unsigned int frames) {
+    std::vector<uint8_t> bytes(pcm_frames_to_bytes(handle, frames), 0xAA);
+    EXPECT_EQ(static_cast<int>(frames), pcm_readi(handle, bytes.data(), frames)) << pcm_get_error(handle);
+    return bytes;
+}
+
+inline void Write(pcm* handle, const std::vector<uint8_t>& bytes) {
+    unsigned int frames = pcm_bytes_to_frames(handle, static_cast<unsigned int>(bytes.size()));
+    EXPECT_EQ(static_cast<int>(frames), pcm_writei(handle, bytes.data(), frames)) << pcm_get_error(handle);
+}
+
 // Little-endian bytes of 16-bit or 32-bit samples.
 inline std::vector<uint8_t> Le16(const std::vector<int16_t>& samples) {
-    std::vector<uint8_t> bytes;
-    for (int16_t s : samples) {
-        bytes.push_back(static_cast<uint8_t>(static_cast<uint16_t>(s) & 0xFF));
-        bytes.push_back(static_cast<uint8_t>(static_cast<uint16_t>(s) >> 8));
-    }
-    return bytes;
+    return audiomw_test::ToBytes(samples);
 }
 
 inline std::vector<uint8_t> Le32(const std::vector<int32_t>& samples) {
@@ -95,6 +96,21 @@ class VcardTest : public ::testing::Test {
     std::string Path(const std::string& name) const { return root.Path("/tmp/" + name); }
 
     audiomw_test::ScratchRoot root;
+};
+
+// Card 1: a capture PCM with a pattern source; card 2: a playback PCM with a memory
+// sink; both 8000-48000 Hz in S16_LE and S32_SLOT_LE.
+class BoardTest : public VcardTest {
+  protected:
+    void SetUp() override {
+        VcardTest::SetUp();
+        const unsigned int formats =
+            VCARD_FORMAT_BIT(PCM_FORMAT_S16_LE) | VCARD_FORMAT_BIT(PCM_FORMAT_S32_SLOT_LE);
+        ASSERT_EQ(0, AddPcm(Desc(1, 0, VCARD_CAPTURE, 1, 4, 8000, 48000, formats)));
+        ASSERT_EQ(0, AddPcm(Desc(2, 0, VCARD_PLAYBACK, 1, 2, 8000, 48000, formats)));
+        ASSERT_EQ(0, vcard_set_source_pattern(1, 0));
+        ASSERT_EQ(0, vcard_set_sink_memory(2, 0, 0));
+    }
 };
 
 }  // namespace tinyalsa_test
