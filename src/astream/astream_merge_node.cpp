@@ -1,7 +1,6 @@
 #include "astream_merge_node.h"
 
 #include <cstdint>
-#include <cstring>
 
 #include "astream_channel_kernels.h"
 #include "astream_node.h"
@@ -18,11 +17,9 @@ ASTREAM_MERGE_NODE_S::ASTREAM_MERGE_NODE_S() : _mstAttr() {}
 ASTREAM_MERGE_NODE_S::~ASTREAM_MERGE_NODE_S() {}
 
 int ASTREAM_MERGE_NODE_S::init(void* pAttr) {
-    if (pAttr == nullptr) {
-        NodeSetEnable(this, ZN_FALSE);
+    if (!audiomw::astream::CopyRecord(this, pAttr, &_mstAttr)) {
         return -1;
     }
-    std::memcpy(&_mstAttr, pAttr, sizeof(_mstAttr));
     AUDIO_LOGD("%d, MERGE node\n", __LINE__);
     return audiomw::astream::CheckSplitMergeRecord(this, "MERGE", _mstAttr.s32ChnOffset, _mstAttr.s32ChnCntA,
                                                    _mstAttr.s32ChnCntB);

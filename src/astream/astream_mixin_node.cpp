@@ -1,7 +1,6 @@
 #include "astream_mixin_node.h"
 
 #include <cstdint>
-#include <cstring>
 
 #include "astream_channel_kernels.h"
 #include "astream_node.h"
@@ -29,11 +28,9 @@ ASTREAM_MIXIN_NODE_S::ASTREAM_MIXIN_NODE_S() : _mstAttr() {}
 ASTREAM_MIXIN_NODE_S::~ASTREAM_MIXIN_NODE_S() {}
 
 int ASTREAM_MIXIN_NODE_S::init(void* pAttr) {
-    if (pAttr == nullptr) {
-        NodeSetEnable(this, ZN_FALSE);
+    if (!audiomw::astream::CopyRecord(this, pAttr, &_mstAttr)) {
         return -1;
     }
-    std::memcpy(&_mstAttr, pAttr, sizeof(_mstAttr));
     AUDIO_LOGD("%d, MIXIN node\n", __LINE__);
     int s32Chn = StreamChannels(this);
     if (!MixinValid(_mstAttr, s32Chn)) {

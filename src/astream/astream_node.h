@@ -5,6 +5,7 @@
 #define AUDIOMW_SRC_ASTREAM_ASTREAM_NODE_H
 
 #include <cstdint>
+#include <cstring>
 
 #include "audio_astream.h"
 
@@ -19,6 +20,18 @@ inline bool NodeEnabled(const ASTREAM_NODE_S* pstNode) {
 
 inline void NodeSetEnable(ASTREAM_NODE_S* pstNode, tagZN_BOOL bEnable) {
     __atomic_store_n(&pstNode->_mbEnable, bEnable, __ATOMIC_RELAXED);
+}
+
+// Copies a node's record from its pipeline element. The pipeline always passes one; a
+// null element disables the node, which then never runs. False when there was none.
+template <typename AttrT>
+bool CopyRecord(ASTREAM_NODE_S* pstNode, const void* pAttr, AttrT* pstDst) {
+    if (pAttr == nullptr) {
+        NodeSetEnable(pstNode, ZN_FALSE);
+        return false;
+    }
+    std::memcpy(pstDst, pAttr, sizeof(*pstDst));
+    return true;
 }
 
 // The owning stream's id, -1 for a node without a stream (log lines only).

@@ -35,11 +35,9 @@ ASTREAM_SWAP_NODE_S::ASTREAM_SWAP_NODE_S() : _mstAttr() {}
 ASTREAM_SWAP_NODE_S::~ASTREAM_SWAP_NODE_S() {}
 
 int ASTREAM_SWAP_NODE_S::init(void* pAttr) {
-    if (pAttr == nullptr) {
-        NodeSetEnable(this, ZN_FALSE);
+    if (!audiomw::astream::CopyRecord(this, pAttr, &_mstAttr)) {
         return -1;
     }
-    std::memcpy(&_mstAttr, pAttr, sizeof(_mstAttr));
     AUDIO_LOGD("%d, SWAP node\n", __LINE__);
     int s32Chn = StreamChannels(this);
     int s32Bad = FindBadEntry(_mstAttr, s32Chn);

@@ -131,7 +131,9 @@ void RunNode(ASTREAM_HANDLER_S* pstHandler, ASTREAM_NODE_S* pstNode, char*& pIn,
     int s32Ret = pstNode->process(pIn, pOut, bInPlace);
     clock_gettime(CLOCK_REALTIME, &stEnd);
     long s64CostMs = ElapsedMs(stStart, stEnd);
-    if (audiomw::MarkerExists("/var/debugnodeprocess") && s64CostMs != 0) {
+    // Only a node that took a millisecond or more is reported: test the marker file then,
+    // not once per node and frame.
+    if (s64CostMs != 0 && audiomw::MarkerExists("/var/debugnodeprocess")) {
         std::printf("node process: type =%d cost %ldms \n", static_cast<int>(pstNode->_meType), s64CostMs);
     }
     if (s32Ret != 0) {
