@@ -1,4 +1,4 @@
-// Word-wise relaxed atomic access to AO_ATTR_S and the device flags. setCfg stores a new
+// Word-wise relaxed atomic copy of AO_ATTR_S. setCfg stores a new
 // record under the device mutex while AUDIO_AO_Write tests bMute (and the control thread
 // may read the record) without it; single-word atomics keep those readers race-free
 // without adding a lock to the unlocked paths.
@@ -6,18 +6,9 @@
 #define AUDIOMW_SRC_AO_AO_ATTR_ACCESS_H
 
 #include "audio_ao.h"
+#include "relaxed_atomic.h"
 
 namespace audiomw {
-
-template <typename T>
-inline T LoadRelaxed(const T& value) {
-    return __atomic_load_n(&value, __ATOMIC_RELAXED);
-}
-
-template <typename T>
-inline void StoreRelaxed(T& dst, T value) {
-    __atomic_store_n(&dst, value, __ATOMIC_RELAXED);
-}
 
 // *dst = *src, one 32-bit field at a time.
 inline void CopyAoAttr(AO_ATTR_S* dst, const AO_ATTR_S* src) {

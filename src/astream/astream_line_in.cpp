@@ -7,6 +7,7 @@
 #include "astream_lifecycle.h"
 #include "audio_astream.h"
 #include "audio_log.h"
+#include "relaxed_atomic.h"
 #include "root_path.h"
 
 tagZN_BOOL gs_bLineInConState = ZN_FALSE;
@@ -22,10 +23,10 @@ FILE* gs_pRecordFile = nullptr;
 }  // namespace
 
 int AUDIO_ASTREAM_SetLineInConnetState(tagZN_BOOL bConnectFlag) {
-    if (bConnectFlag == __atomic_load_n(&gs_bLineInConState, __ATOMIC_RELAXED)) {
+    if (bConnectFlag == audiomw::LoadRelaxed(gs_bLineInConState)) {
         return 0;
     }
-    __atomic_store_n(&gs_bLineInConState, bConnectFlag, __ATOMIC_RELAXED);
+    audiomw::StoreRelaxed(gs_bLineInConState, bConnectFlag);
     ASTREAM_OUTPUT_ATTR_S stAttr = {};
     stAttr.bLineInConnect = bConnectFlag;
     // Output nodes call this from workers too; the slot lock keeps a stream from being
@@ -47,7 +48,7 @@ int AUDIO_ASTREAM_SetLineInConnetState(tagZN_BOOL bConnectFlag) {
 }
 
 tagZN_BOOL AUDIO_ASTREAM_GetLineInConnetState() {
-    return __atomic_load_n(&gs_bLineInConState, __ATOMIC_RELAXED);
+    return audiomw::LoadRelaxed(gs_bLineInConState);
 }
 
 int AUDIO_ASTREAM_LineInDectMutexLock() {

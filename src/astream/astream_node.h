@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "audio_astream.h"
+#include "relaxed_atomic.h"
 
 namespace audiomw {
 namespace astream {
@@ -15,11 +16,11 @@ namespace astream {
 // _mbEnable is written by the control thread (dump enable, destroy) while workers test
 // it without the node mutex: one 32-bit atomic access each way.
 inline bool NodeEnabled(const ASTREAM_NODE_S* pstNode) {
-    return __atomic_load_n(&pstNode->_mbEnable, __ATOMIC_RELAXED) != ZN_FALSE;
+    return LoadRelaxed(pstNode->_mbEnable) != ZN_FALSE;
 }
 
 inline void NodeSetEnable(ASTREAM_NODE_S* pstNode, tagZN_BOOL bEnable) {
-    __atomic_store_n(&pstNode->_mbEnable, bEnable, __ATOMIC_RELAXED);
+    StoreRelaxed(pstNode->_mbEnable, bEnable);
 }
 
 // Copies a node's record from its pipeline element. The pipeline always passes one; a

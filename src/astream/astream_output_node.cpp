@@ -6,12 +6,13 @@
 #include "astream_node.h"
 #include "audio_ao.h"
 #include "audio_log.h"
+#include "relaxed_atomic.h"
 #include "root_path.h"
 
 namespace {
 
 tagZN_BOOL LoadConnect(const ASTREAM_OUTPUT_ATTR_S& stAttr) {
-    return __atomic_load_n(&stAttr.bLineInConnect, __ATOMIC_RELAXED);
+    return audiomw::LoadRelaxed(stAttr.bLineInConnect);
 }
 
 // True when the group to send is non-empty and lies inside the stream's channel blocks.
@@ -48,7 +49,7 @@ int ASTREAM_OUTPUT_NODE_S::destroy() {
 }
 
 int ASTREAM_OUTPUT_NODE_S::setCfg(ASTREAM_OUTPUT_ATTR_S stAttr) {
-    __atomic_store_n(&_mstAttr.bLineInConnect, stAttr.bLineInConnect, __ATOMIC_RELAXED);
+    audiomw::StoreRelaxed(_mstAttr.bLineInConnect, stAttr.bLineInConnect);
     std::printf("%s-%d: bLineInConnect =%d \n", "setCfg", __LINE__, stAttr.bLineInConnect);
     return 0;
 }
