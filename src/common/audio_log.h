@@ -1,5 +1,8 @@
 // The library's one way to log: "[function:line] " prefix, then the message,
-// through the host's UTIL_LOG_Print.
+// through the host's UTIL_LOG_Print. The name in the prefix is the operation the line
+// belongs to (the exported function, the reader routine, the class operation such as
+// "init" or "_readFrame"): a helper that logs on behalf of an operation uses
+// AUDIO_LOG_OP with that operation's name, so log readers can grep by it.
 #ifndef AUDIOMW_SRC_COMMON_AUDIO_LOG_H
 #define AUDIOMW_SRC_COMMON_AUDIO_LOG_H
 
@@ -9,12 +12,14 @@
 
 #define AUDIO_LOG_PREFIX_LEN 256
 
-#define AUDIO_LOG(level, fmt, ...)                                                         \
+#define AUDIO_LOG_OP(op, level, fmt, ...)                                                  \
     do {                                                                                   \
         char acLogPrefix_[AUDIO_LOG_PREFIX_LEN] = {0};                                     \
-        std::snprintf(acLogPrefix_, sizeof(acLogPrefix_), "[%s:%d] ", __func__, __LINE__); \
+        std::snprintf(acLogPrefix_, sizeof(acLogPrefix_), "[%s:%d] ", (op), __LINE__);     \
         UTIL_LOG_Print((level), acLogPrefix_, fmt, ##__VA_ARGS__);                         \
     } while (0)
+
+#define AUDIO_LOG(level, fmt, ...) AUDIO_LOG_OP(__func__, level, fmt, ##__VA_ARGS__)
 
 #define AUDIO_LOGE(fmt, ...) AUDIO_LOG(UTIL_LOG_ERR, fmt, ##__VA_ARGS__)
 #define AUDIO_LOGW(fmt, ...) AUDIO_LOG(UTIL_LOG_WARN, fmt, ##__VA_ARGS__)

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -61,10 +62,79 @@ LogCapture::~LogCapture() {
     UTIL_LOG_SetThreshold(6);
 }
 
+namespace {
+
+// Splits "[func:line] message" into func and message; a line without the prefix keeps
+// an empty func.
+void SplitPrefix(const std::string& text, std::string& func, std::string& message) {
+    func.clear();
+    message = text;
+    if (text.size() < 2 || text[0] != '[') {
+        return;
+    }
+    size_t end = text.find("] ");
+    size_t colon = text.rfind(':', end);
+    if (end == std::string::npos || colon == std::string::npos || colon == 0) {
+        return;
+    }
+    func = text.substr(1, colon - 1);
+    message = text.substr(end + 2);
+}
+
+bool Matches(const LogLine& l, const Logged& want) {
+    return l.level == want.level && l.func == want.func && l.message == want.message;
+}
+
+}  // namespace
+
+std::ostream& operator<<(std::ostream& os, const Logged& l) {
+    return os << l.level << " " << l.func << ": \"" << l.message << "\"";
+}
+
 void LogCapture::Sink(int level, const char* line, void* ctx) {
     auto* self = static_cast<LogCapture*>(ctx);
+    LogLine l{level, line ? line : "", "", ""};
+    SplitPrefix(l.text, l.func, l.message);
     std::lock_guard<std::mutex> lock(self->m_mutex);
-    self->m_lines.push_back({level, line ? line : ""});
+    self->m_lines.push_back(std::move(l));
+}
+
+int LogCapture::Count(const Logged& want) const {
+    int n = 0;
+    for (const auto& l : Lines()) {
+        n += Matches(l, want) ? 1 : 0;
+    }
+    return n;
+}
+
+int LogCapture::IndexOf(const Logged& want, int from) const {
+    auto lines = Lines();
+    for (int i = std::max(from, 0); i < static_cast<int>(lines.size()); i++) {
+        if (Matches(lines[i], want)) {
+            return i;
+        }
+    }
+    return -1;
+}
+
+void LogCapture::ExpectInOrder(std::initializer_list<Logged> want) const {
+    int from = 0;
+    for (const auto& w : want) {
+        int at = IndexOf(w, from);
+        if (at < 0) {
+            ADD_FAILURE() << "missing (in order) log line: " << w << "\nlogged:\n" << Dump();
+            return;
+        }
+        from = at + 1;
+    }
+}
+
+std::string LogCapture::Dump() const {
+    std::ostringstream out;
+    for (const auto& l : Lines()) {
+        out << "  " << Logged{l.level, l.func, l.message} << "\n";
+    }
+    return out.str();
 }
 
 std::vector<LogLine> LogCapture::Lines() const {

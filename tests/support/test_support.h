@@ -8,6 +8,8 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
+#include <initializer_list>
+#include <ostream>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -36,7 +38,18 @@ class ScratchRoot {
 struct LogLine {
     int level;
     std::string text;  // prefix and message exactly as logged
+    std::string func;  // the function name of the "[func:line] " prefix
+    std::string message;  // the text after the prefix
 };
+
+// A documented log line as a log reader sees it: level, the function named in the
+// prefix (the line number is not compared), and the message.
+struct Logged {
+    int level;
+    std::string func;
+    std::string message;
+};
+std::ostream& operator<<(std::ostream& os, const Logged& l);
 
 // Captures every line logged through the host library while alive (threshold 7).
 class LogCapture {
@@ -56,6 +69,16 @@ class LogCapture {
     int CountContaining(const std::string& fragment) const;
     // Index of the first line with this message at or after `from`, -1 if none.
     int IndexOf(const std::string& message, int from = 0) const;
+
+    // Lines matching level, prefix function and message exactly.
+    int Count(const Logged& line) const;
+    bool Has(const Logged& line) const { return Count(line) > 0; }
+    int IndexOf(const Logged& line, int from = 0) const;
+    // Adds a test failure unless every line appears, in this order (other lines may
+    // come between them); the failure lists what was logged.
+    void ExpectInOrder(std::initializer_list<Logged> lines) const;
+    // Everything logged, one "level func: message" per line, for failure messages.
+    std::string Dump() const;
     void Clear();
 
   private:
