@@ -136,20 +136,20 @@ int ReadFileChunk(AI_FILE_DEVICE_S* pDev, unsigned char* pBuf, unsigned int u32L
         s64Got = ::read(pDev->_ms32Fd, pBuf, u32Want);
     }
     if (s64Got < 0) {
-        AUDIO_LOGE("read failed, file:%s, %s\n", pDev->_mFilePath, std::strerror(errno));
+        AUDIO_LOGE_OP("_readFrame", "read failed, file:%s, %s\n", pDev->_mFilePath, std::strerror(errno));
         u32ReadLen = 0;
         return -1;
     }
     if (s64Got == 0 && u32Want > 0) {
-        AUDIO_LOGW("file:%s ended early at %lld of %lld\n", pDev->_mFilePath,
-                   static_cast<long long>(pDev->_ms64Offset), static_cast<long long>(pDev->_ms64FileSize));
+        AUDIO_LOGW_OP("_readFrame", "file:%s ended early at %lld of %lld\n", pDev->_mFilePath,
+                      static_cast<long long>(pDev->_ms64Offset), static_cast<long long>(pDev->_ms64FileSize));
         pDev->_ms64FileSize = pDev->_ms64Offset;
     }
     u32ReadLen = static_cast<unsigned int>(s64Got);
     pDev->_ms64Offset += s64Got;
     if (pDev->_ms64Offset >= pDev->_ms64FileSize) {
-        AUDIO_LOGI("file send over. size:%lld-%lld\n", static_cast<long long>(pDev->_ms64Offset),
-                   static_cast<long long>(pDev->_ms64FileSize));
+        AUDIO_LOGI_OP("_readFrame", "file send over. size:%lld-%lld\n",
+                      static_cast<long long>(pDev->_ms64Offset), static_cast<long long>(pDev->_ms64FileSize));
     }
     return 0;
 }

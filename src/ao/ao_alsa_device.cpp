@@ -33,6 +33,13 @@ bool InRange(long long value, unsigned int min, unsigned int max) {
     return value >= static_cast<long long>(min) && value <= static_cast<long long>(max);
 }
 
+// Bytes one sample of `format` takes on the card. The device opens two formats only:
+// 16-bit samples, and code 7 on card 3 device 0, whose 32-bit slots move 4 bytes a
+// sample on this board (its tinyalsa reports 24 bits for the code, not the slot width).
+unsigned int FormatBytes(enum pcm_format format) {
+    return format == kSlotFormat ? 4 : 2;
+}
+
 // A sample buffer of `samples` 16-bit samples, or null.
 unsigned char* NewSamples(long long samples) {
     return new (std::nothrow) unsigned char[static_cast<size_t>(samples) * 2];
@@ -43,8 +50,8 @@ bool ValidAttr(int id, const AO_ATTR_S& attr) {
     if (attr.eSampleRate >= 0 && attr.s32Channel >= 0 && attr.s32FrameSize >= 0) {
         return true;
     }
-    AUDIO_LOGE("AO[%d] invalid attributes: rate %d, channels %d, frame size %d\n", id,
-               static_cast<int>(attr.eSampleRate), attr.s32Channel, attr.s32FrameSize);
+    AUDIO_LOGE_OP("init", "AO[%d] invalid attributes: rate %d, channels %d, frame size %d\n", id,
+                  static_cast<int>(attr.eSampleRate), attr.s32Channel, attr.s32FrameSize);
     return false;
 }
 
@@ -59,21 +66,22 @@ int SetUpChannels(AO_ALSA_DEVICE_S* pDev, int id, const AO_ATTR_S& attr, const s
         if (IsSlotPcm(attr.stAlsaDev.s32CardId, attr.stAlsaDev.s32DevId) && config.channels > 2) {
             config.channels = 2;
         }
-        AUDIO_LOGI("AO[%d] open channel %u\n", id, config.channels);
+        AUDIO_LOGI_OP("init", "AO[%d] open channel %u\n", id, config.channels);
         return 0;
     }
     pDev->_mbRematrix = ZN_TRUE;
     unsigned int u32Target = attr.s32Channel < static_cast<long long>(u32Min) ? u32Min : u32Max;
-    AUDIO_LOGI("AO[%d] enable rematrix %u=>%u \n", id, static_cast<unsigned int>(attr.s32Channel), u32Target);
+    AUDIO_LOGI_OP("init", "AO[%d] enable rematrix %u=>%u \n", id, static_cast<unsigned int>(attr.s32Channel),
+                  u32Target);
     REMATRIX_ATTR_S stRematrix = {attr.s32Channel, static_cast<int>(u32Target)};
     pDev->_mpRematrix = REMATRIX_CreateHandler(&stRematrix);
     if (pDev->_mpRematrix == nullptr) {
-        AUDIO_LOGE("AO[%d] rematrix %d=>%u create failed\n", id, attr.s32Channel, u32Target);
+        AUDIO_LOGE_OP("init", "AO[%d] rematrix %d=>%u create failed\n", id, attr.s32Channel, u32Target);
         return -1;
     }
     pDev->_mpRematrixBuf = NewSamples(static_cast<long long>(u32Target) * attr.s32FrameSize + kSpareSamples);
     if (pDev->_mpRematrixBuf == nullptr) {
-        AUDIO_LOGE("AO[%d] rematrix buffer malloc failed.\n", id);
+        AUDIO_LOGE_OP("init", "AO[%d] rematrix buffer malloc failed.\n", id);
         return -1;
     }
     config.channels = u32Target;
@@ -90,14 +98,14 @@ int SetUpRate(AO_ALSA_DEVICE_S* pDev, int id, const AO_ATTR_S& attr, const struc
     if (InRange(s32Rate, u32Min, u32Max)) {
         config.rate = static_cast<unsigned int>(s32Rate);
         config.period_size = static_cast<unsigned int>(attr.s32FrameSize);
-        AUDIO_LOGI("AO[%d] open rate %u at period_size %d\n", id, config.rate, attr.s32FrameSize);
+        AUDIO_LOGI_OP("init", "AO[%d] open rate %u at period_size %d\n", id, config.rate, attr.s32FrameSize);
         return 0;
     }
     pDev->_mbResample = ZN_TRUE;
     long long s64Period = s32Rate ? static_cast<long long>(u32Max) * attr.s32FrameSize / s32Rate : 0;
     if (s64Period > INT_MAX || u32Max > INT_MAX) {
-        AUDIO_LOGE("AO[%d] period of %d frames at %d Hz is too long to resample to %u Hz\n", id,
-                   attr.s32FrameSize, s32Rate, u32Max);
+        AUDIO_LOGE_OP("init", "AO[%d] period of %d frames at %d Hz is too long to resample to %u Hz\n", id,
+                      attr.s32FrameSize, s32Rate, u32Max);
         return -1;
     }
     const int s32Period = static_cast<int>(s64Period);
@@ -107,14 +115,14 @@ int SetUpRate(AO_ALSA_DEVICE_S* pDev, int id, const AO_ATTR_S& attr, const struc
     pDev->_mpResample = RESAMPLE_CreateHandler(&stResample);
     config.rate = u32Max;
     config.period_size = static_cast<unsigned int>(s32Period);
-    AUDIO_LOGI("AO[%d] enable resample for convert sample rate %u=>%u, new period_size=%d\n", id,
-               static_cast<unsigned int>(s32Rate), u32Max, s32Period);
+    AUDIO_LOGI_OP("init", "AO[%d] enable resample for convert sample rate %u=>%u, new period_size=%d\n", id,
+                  static_cast<unsigned int>(s32Rate), u32Max, s32Period);
     if (pDev->_mpResample == nullptr) {
         return -1;
     }
     pDev->_mpResampleBuf = NewSamples(static_cast<long long>(s32Chn) * s32Period + kSpareSamples);
     if (pDev->_mpResampleBuf == nullptr) {
-        AUDIO_LOGE("AO[%d] resample buffer malloc failed.\n", id);
+        AUDIO_LOGE_OP("init", "AO[%d] resample buffer malloc failed.\n", id);
         return -1;
     }
     return 0;
@@ -125,13 +133,13 @@ int SetUpRate(AO_ALSA_DEVICE_S* pDev, int id, const AO_ATTR_S& attr, const struc
 // conversion. Card 3 device 0 takes two 32-bit slots, i.e. four 16-bit channels; any
 // other count would make the card read past (or misread) the written data.
 int CheckFrameBytes(int id, const AO_ATTR_S& attr, bool bConverted, const struct pcm_config& config) {
-    unsigned int u32CardFrame = config.channels * (pcm_format_to_bits(config.format) / 8);
+    unsigned int u32CardFrame = config.channels * FormatBytes(config.format);
     unsigned int u32Written = (bConverted ? config.channels : static_cast<unsigned int>(attr.s32Channel)) * 2;
     if (u32CardFrame == u32Written) {
         return 0;
     }
-    AUDIO_LOGE("AO[%d] Alsa %d:%d takes %u bytes a frame, written frames have %u\n", id,
-               attr.stAlsaDev.s32CardId, attr.stAlsaDev.s32DevId, u32CardFrame, u32Written);
+    AUDIO_LOGE_OP("init", "AO[%d] Alsa %d:%d takes %u bytes a frame, written frames have %u\n", id,
+                  attr.stAlsaDev.s32CardId, attr.stAlsaDev.s32DevId, u32CardFrame, u32Written);
     return -1;
 }
 
@@ -141,8 +149,8 @@ int OpenPcm(AO_ALSA_DEVICE_S* pDev, int id, int card, int device, const struct p
     if (pDev->_mpPcm != nullptr && pcm_is_ready(pDev->_mpPcm)) {
         return 0;
     }
-    AUDIO_LOGE("AO[%d] Open Alsa %d:%d failed. %s", id, card, device,
-               pDev->_mpPcm ? pcm_get_error(pDev->_mpPcm) : "no handle");
+    AUDIO_LOGE_OP("init", "AO[%d] Open Alsa %d:%d failed. %s", id, card, device,
+                  pDev->_mpPcm ? pcm_get_error(pDev->_mpPcm) : "no handle");
     return -1;
 }
 
@@ -172,7 +180,8 @@ bool WriteFits(const AO_ALSA_DEVICE_S* pDev, int id, int frames, int periodFrame
         bFits = false;
     }
     if (!bFits) {
-        AUDIO_LOGE("AO[%d] write of %d frames refused, a period is %d frames\n", id, frames, periodFrames);
+        AUDIO_LOGE_OP("sendFrame", "AO[%d] write of %d frames refused, a period is %d frames\n", id, frames,
+                      periodFrames);
     }
     return bFits;
 }
@@ -182,7 +191,8 @@ bool WriteFits(const AO_ALSA_DEVICE_S* pDev, int id, int frames, int periodFrame
 int WriteToCard(struct pcm* pPcm, int id, unsigned char* p, int frames, int& failCnt) {
     if (pcm_writei(pPcm, p, static_cast<unsigned int>(frames)) < 0) {
         if (failCnt < kLoggedWriteFailures) {
-            AUDIO_LOGW("AO[%d] write %d samples failed, %s\n", id, frames, pcm_get_error(pPcm));
+            AUDIO_LOGW_OP("sendFrame", "AO[%d] write %d samples failed, %s\n", id, frames,
+                          pcm_get_error(pPcm));
         }
         if (failCnt < INT_MAX) {
             ++failCnt;
@@ -191,7 +201,7 @@ int WriteToCard(struct pcm* pPcm, int id, unsigned char* p, int frames, int& fai
     }
     if (failCnt > 0) {
         failCnt = 0;
-        AUDIO_LOGI("AO[%d] recovered\n", id);
+        AUDIO_LOGI_OP("sendFrame", "AO[%d] recovered\n", id);
     }
     return 0;
 }

@@ -55,16 +55,17 @@ void FreeStream(ASTREAM_HANDLER_S* pstHandler, bool bMutexInit) {
 // out-of-range attributes. 0 when Create may go on.
 int CheckCreateArgs(int s32StreamId, const ASTREAM_ATTR_S* pstAttr) {
     if (!ValidId(s32StreamId)) {
-        AUDIO_LOGE("ASTREAM[%d] create failed, id out of range 0..%d", s32StreamId, ASTREAM_MAX_NUM - 1);
+        AUDIO_LOGE_OP("AUDIO_ASTREAM_Create", "ASTREAM[%d] create failed, id out of range 0..%d", s32StreamId,
+                      ASTREAM_MAX_NUM - 1);
         return -1;
     }
     if (pstAttr == nullptr) {
-        AUDIO_LOGE("ASTREAM[%d] create failed, no attributes", s32StreamId);
+        AUDIO_LOGE_OP("AUDIO_ASTREAM_Create", "ASTREAM[%d] create failed, no attributes", s32StreamId);
         return -1;
     }
     if (pstAttr->s32WorkerNum < 1 || pstAttr->s32WorkerNum > ASTREAM_JOB_MAX_NUM) {
-        AUDIO_LOGE("ASTREAM[%d] create failed, worker num %d out of range 1..%d", s32StreamId,
-                   pstAttr->s32WorkerNum, ASTREAM_JOB_MAX_NUM);
+        AUDIO_LOGE_OP("AUDIO_ASTREAM_Create", "ASTREAM[%d] create failed, worker num %d out of range 1..%d",
+                      s32StreamId, pstAttr->s32WorkerNum, ASTREAM_JOB_MAX_NUM);
         return -1;
     }
     return 0;
@@ -83,15 +84,16 @@ int AllocRing(ASTREAM_HANDLER_S* pstHandler, int s32WorkerNum, int s32BufLen) {
     return 0;
 }
 
-// The stream of a slot for Start and Stop, or null after logging why there is none.
-ASTREAM_HANDLER_S* ReadyStream(int s32StreamId) {
+// The stream of a slot for Start and Stop, or null after logging, for `pcOp`, why
+// there is none.
+ASTREAM_HANDLER_S* ReadyStream(int s32StreamId, const char* pcOp) {
     ASTREAM_HANDLER_S* pstHandler = ValidId(s32StreamId) ? gs_AstreamHandler[s32StreamId] : nullptr;
     if (pstHandler == nullptr) {
-        AUDIO_LOGE("ASTREAM[%d] not created", s32StreamId);
+        AUDIO_LOGE_OP(pcOp, "ASTREAM[%d] not created", s32StreamId);
         return nullptr;
     }
     if (pstHandler->bReady == ZN_FALSE) {
-        AUDIO_LOGE("ASTREAM[%d] create but init failed. please recreate", s32StreamId);
+        AUDIO_LOGE_OP(pcOp, "ASTREAM[%d] create but init failed. please recreate", s32StreamId);
         return nullptr;
     }
     return pstHandler;
@@ -103,14 +105,16 @@ int PrepareAi(const ASTREAM_HANDLER_S* pstHandler) {
     if (!AUDIO_AI_isEnabled(s32AiId)) {
         int s32Ret = AUDIO_AI_SetEnable(s32AiId, ZN_TRUE);
         if (s32Ret != 0) {
-            AUDIO_LOGE("ASTREAM[%d] enable AI[%d] failed", pstHandler->s32StreamId, s32AiId);
+            AUDIO_LOGE_OP("AUDIO_ASTREAM_Start", "ASTREAM[%d] enable AI[%d] failed", pstHandler->s32StreamId,
+                          s32AiId);
             return s32Ret;
         }
     }
     if (!AUDIO_AI_isOpen(s32AiId)) {
         int s32Ret = AUDIO_AI_Open(s32AiId);
         if (s32Ret != 0) {
-            AUDIO_LOGE("ASTREAM[%d] open AI[%d] failed", pstHandler->s32StreamId, s32AiId);
+            AUDIO_LOGE_OP("AUDIO_ASTREAM_Start", "ASTREAM[%d] open AI[%d] failed", pstHandler->s32StreamId,
+                          s32AiId);
             return s32Ret;
         }
     }
@@ -202,7 +206,7 @@ int AUDIO_ASTREAM_Destroy(int s32StreamId) {
 }
 
 int AUDIO_ASTREAM_Start(int s32StreamId) {
-    ASTREAM_HANDLER_S* pstHandler = ReadyStream(s32StreamId);
+    ASTREAM_HANDLER_S* pstHandler = ReadyStream(s32StreamId, __func__);
     if (pstHandler == nullptr) {
         return -1;
     }
@@ -230,7 +234,7 @@ int AUDIO_ASTREAM_Start(int s32StreamId) {
 }
 
 int AUDIO_ASTREAM_Stop(int s32StreamId) {
-    ASTREAM_HANDLER_S* pstHandler = ReadyStream(s32StreamId);
+    ASTREAM_HANDLER_S* pstHandler = ReadyStream(s32StreamId, __func__);
     if (pstHandler == nullptr) {
         return -1;
     }

@@ -20,8 +20,8 @@ int CheckSplitMergeRecord(ASTREAM_NODE_S* pstNode, const char* pcName, int s32Of
     if (SplitMergeValid(s32Offset, s32CntA, s32CntB, s32Chn)) {
         return 0;
     }
-    AUDIO_LOGE("ASTREAM[%d] %s node refused: offset %d, cnt a %d, cnt b %d outside %d channels",
-               StreamId(pstNode), pcName, s32Offset, s32CntA, s32CntB, s32Chn);
+    AUDIO_LOGE_OP("init", "ASTREAM[%d] %s node refused: offset %d, cnt a %d, cnt b %d outside %d channels",
+                  StreamId(pstNode), pcName, s32Offset, s32CntA, s32CntB, s32Chn);
     NodeSetEnable(pstNode, ZN_FALSE);
     return -1;
 }

@@ -15,10 +15,10 @@ tagZN_BOOL LoadConnect(const ASTREAM_OUTPUT_ATTR_S& stAttr) {
     return audiomw::LoadRelaxed(stAttr.bLineInConnect);
 }
 
-// True when the group to send is non-empty and lies inside the stream's channel blocks.
+// True when the group to send lies inside the stream's channel blocks. A group of 0
+// channels is empty, not outside: it is sent (an empty write) and recorded like any other.
 bool GroupFits(const ASTREAM_OUTPUT_NODE_S* pNode) {
-    return pNode->_mstAttr.s32ChnCnt > 0 &&
-           audiomw::astream::GroupWithin(pNode->_mstAttr.s32ChnOffset, pNode->_mstAttr.s32ChnCnt,
+    return audiomw::astream::GroupWithin(pNode->_mstAttr.s32ChnOffset, pNode->_mstAttr.s32ChnCnt,
                                          audiomw::astream::StreamChannels(pNode));
 }
 

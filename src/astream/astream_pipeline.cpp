@@ -45,7 +45,8 @@ void DeleteNodes(ASTREAM_HANDLER_S* pstHandler) {
 
 // Failure exit of the build: every node built so far is destroyed, in list order.
 int UndoPipeline(ASTREAM_HANDLER_S* pstHandler) {
-    AUDIO_LOGW("ASTREAM[%d] create failed, destroy", pstHandler->s32StreamId);
+    AUDIO_LOGW_OP("AUDIO_ASTREAM_InitPipeline", "ASTREAM[%d] create failed, destroy",
+                  pstHandler->s32StreamId);
     DeleteNodes(pstHandler);
     return -1;
 }

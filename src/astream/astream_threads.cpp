@@ -91,18 +91,20 @@ bool WorkerRunsBuffer(ZN_PF_HANDLER_S* pstPool, const char* pcBuf) {
     return false;
 }
 
-// Decides whether the reader may fill ring entry s32JobIdx now. An entry still in a
-// worker's hands is reported, then the reader waits (at most kReaderWaitMs) for that
-// worker to finish with it; if it has not, the cycle is skipped and the next one tries
-// the same entry again. The reader never writes a buffer that a worker may still read.
+// Decides whether the reader may fill ring entry s32JobIdx now. An entry whose buffer
+// a worker is running a job on is reported; one fed to the pool and not yet started is
+// not. In both cases the reader waits (at most kReaderWaitMs) for the job to finish with
+// the entry; if it has not, the cycle is skipped and the next one tries the same entry
+// again. The reader never writes a buffer that a worker may still read.
 bool EntryFree(ASTREAM_HANDLER_S* pstHandler, int s32JobIdx) {
     const char* pcBuf = pstHandler->astJob[s32JobIdx].pBufA;
-    if (!WorkerRunsBuffer(pstHandler->pstWorkerPool, pcBuf) && !JobBusy(pstHandler, s32JobIdx)) {
+    if (WorkerRunsBuffer(pstHandler->pstWorkerPool, pcBuf)) {
+        std::printf("%s-%d: ========== Data in use, read error =========== \n", "threadAudioProcessReader",
+                    __LINE__);
+        AUDIO_LOGE_OP("threadAudioProcessReader", "========== Data in use, read error =========== \n");
+    } else if (!JobBusy(pstHandler, s32JobIdx)) {
         return true;
     }
-    std::printf("%s-%d: ========== Data in use, read error =========== \n", "threadAudioProcessReader",
-                __LINE__);
-    AUDIO_LOGE("========== Data in use, read error =========== \n");
     return WaitJobDone(pstHandler, s32JobIdx, kReaderWaitMs);
 }
 
