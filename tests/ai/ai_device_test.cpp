@@ -122,8 +122,8 @@ TEST_F(SetCfgTest, EachVerdictRunsItsStepsAndStopsAtTheFirstFailure) {
         ASSERT_EQ(0, pthread_mutex_trylock(&dev.stMutex)) << "the lock is released on every path";
         pthread_mutex_unlock(&dev.stMutex);
         std::string line = VerdictLine(c.verdict, c.open);
-        EXPECT_EQ(line.empty() ? std::vector<std::string>{} : std::vector<std::string>{line}, log.Messages());
-        EXPECT_EQ(line.empty() ? 0 : 1, log.Count(6, line));
+        using Lines = std::vector<audiomw_test::Logged>;
+        EXPECT_EQ(line.empty() ? Lines() : Lines({{6, "setCfg", line}}), log.All());
     }
 }
 

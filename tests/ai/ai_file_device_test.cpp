@@ -1,6 +1,5 @@
 // The file input: lead-in, chunking, end of file, path handling, replay, failures.
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -65,28 +64,30 @@ TEST_F(AiFileTest, LeadInThenFileInCallerSizedChunksThenFillerForEver) {
     Bytes file = MakePattern(2, 250);  // 1000 bytes
     std::string path = WriteInput(file);
     CreateAndOpen(path);
-    EXPECT_TRUE(log.Has(6, "file:" + path + " get stat size:1000\n"));
+    EXPECT_TRUE(log.Has({6, "open", "file:" + path + " get stat size:1000\n"})) << log.Dump();
     SkipLeadIn(640);
-    EXPECT_EQ(0, log.CountContaining("file send start"));
+    const audiomw_test::Logged start{6, "_readFrame", "file send start. size:0-1000\n"};
+    const audiomw_test::Logged over{6, "_readFrame", "file send over. size:1000-1000\n"};
+    EXPECT_EQ(0, log.Count(start));
 
     unsigned int got = 0;
     Bytes first = Read(640, &got);
     EXPECT_EQ(640u, got);
     EXPECT_EQ(Bytes(file.begin(), file.begin() + 640), first);
-    EXPECT_TRUE(log.Has(6, "file send start. size:0-1000\n"));
+    EXPECT_EQ(1, log.Count(start));
 
     Bytes second = Read(640, &got);
     EXPECT_EQ(360u, got);
     EXPECT_EQ(Bytes(file.begin() + 640, file.end()), Bytes(second.begin(), second.begin() + 360));
     EXPECT_EQ(Bytes(280, 0x11), Bytes(second.begin() + 360, second.end())) << "bytes past the short read";
-    EXPECT_TRUE(log.Has(6, "file send over. size:1000-1000\n"));
+    EXPECT_EQ(1, log.Count(over));
 
     for (int i = 0; i < 3; i++) {
         EXPECT_EQ(Bytes(640, 0xA5), Read(640, &got));
         EXPECT_EQ(640u, got);
     }
-    EXPECT_EQ(1, log.CountContaining("file send start"));
-    EXPECT_EQ(1, log.CountContaining("file send over"));
+    EXPECT_EQ(1, log.Count(start));
+    EXPECT_EQ(1, log.Count(over));
 }
 
 TEST_F(AiFileTest, EmptyFileAndPathNotTakenOverDeliverOnlyFiller) {
@@ -94,7 +95,7 @@ TEST_F(AiFileTest, EmptyFileAndPathNotTakenOverDeliverOnlyFiller) {
     for (int i = 0; i < AI_FILE_LEAD_BLOCKS + 5; i++) {
         EXPECT_EQ(Bytes(64, 0xA5), Read(64));
     }
-    EXPECT_EQ(0, log.CountContaining("file send start"));
+    EXPECT_EQ(0, log.Count({6, "_readFrame", "file send start. size:0-0\n"}));
     TearDown();
 
     // A path in the create record is only taken over by a later attribute change.
@@ -116,39 +117,12 @@ TEST_F(AiFileTest, ExistingPathAtSetCfgNeedsDestroyAndLogsIt) {
     log.Clear();
     ASSERT_EQ(0, AUDIO_AI_SetAttr(0, &a));
     std::string len = std::to_string(path.size());
-    EXPECT_EQ(
-        (std::vector<std::string>{"acFilePath:" + path + ", len:" + len + ", access:0\n",
-                                  "_mFilePath:" + path + ", need Destroy..\n",
-                                  "AI_DEVICE_S::setCfg, AUDIO_SET_ACTION_E_NEED_DESTROY, bHasOpen:0\n"}),
-        log.Messages());
+    EXPECT_EQ((std::vector<audiomw_test::Logged>{
+                  {6, "calActionOnSetCfg", "acFilePath:" + path + ", len:" + len + ", access:0\n"},
+                  {6, "calActionOnSetCfg", "_mFilePath:" + path + ", need Destroy..\n"},
+                  {6, "setCfg", "AI_DEVICE_S::setCfg, AUDIO_SET_ACTION_E_NEED_DESTROY, bHasOpen:0\n"}}),
+              log.All());
     EXPECT_EQ(1, AUDIO_AI_isInitd(0));
-}
-
-TEST_F(AiFileTest, ReadOnlyFileFailsOpenAndDeliversFiller) {
-    std::string path = WriteInput(MakePattern(2, 100));
-    ASSERT_EQ(0, chmod(path.c_str(), 0444));
-    AI_ATTR_S a = FileAiAttr(path);
-    ASSERT_EQ(0, AUDIO_AI_Create(0, &a));
-    ASSERT_EQ(0, AUDIO_AI_SetAttr(0, &a));
-    // Root writes read-only files; an unprivileged child process sees the refusal.
-    ASSERT_EQ(0, chmod(root.Dir().c_str(), 0755));
-    pid_t pid = fork();
-    ASSERT_GE(pid, 0);
-    if (pid == 0) {
-        if (geteuid() == 0 && (setgid(65534) != 0 || setuid(65534) != 0)) {
-            _exit(10);
-        }
-        bool ok = AUDIO_AI_Open(0) == -1 && log.Has(4, "open failed, file:" + path + "\n") &&
-                  AUDIO_AI_isOpen(0) == 1;
-        for (int i = 0; ok && i < AI_FILE_LEAD_BLOCKS + 2; i++) {
-            ok = Read(40) == Bytes(40, 0xA5);
-        }
-        _exit(ok ? 0 : 1);
-    }
-    int status = 0;
-    ASSERT_EQ(pid, waitpid(pid, &status, 0));
-    ASSERT_TRUE(WIFEXITED(status));
-    EXPECT_EQ(0, WEXITSTATUS(status));
 }
 
 TEST_F(AiFileTest, DirectoryAsInputFailsOpen) {
@@ -159,7 +133,11 @@ TEST_F(AiFileTest, DirectoryAsInputFailsOpen) {
     ASSERT_EQ(0, AUDIO_AI_Create(0, &a));
     ASSERT_EQ(0, AUDIO_AI_SetAttr(0, &a));
     EXPECT_EQ(-1, AUDIO_AI_Open(0));
-    EXPECT_TRUE(log.Has(4, "open failed, file:" + dir + "\n"));
+    EXPECT_TRUE(log.Has({4, "open", "open failed, file:" + dir + "\n"})) << log.Dump();
+    EXPECT_EQ(1, AUDIO_AI_isOpen(0)) << "a failed open still reads, filler only";
+    for (int i = 0; i < AI_FILE_LEAD_BLOCKS + 2; i++) {
+        EXPECT_EQ(Bytes(40, 0xA5), Read(40));
+    }
 }
 
 TEST_F(AiFileTest, MissingFileAtSetCfgKeepsTheCurrentFilePlaying) {
@@ -173,9 +151,10 @@ TEST_F(AiFileTest, MissingFileAtSetCfgKeepsTheCurrentFilePlaying) {
     missing.s32Volume = 9;
     log.Clear();
     EXPECT_EQ(0, AUDIO_AI_SetAttr(0, &missing));
-    EXPECT_TRUE(log.Has(6, "AI_DEVICE_S::setCfg, AUDIO_SET_ACTION_E_HOT_UPDATE\n"));
-    EXPECT_TRUE(log.Has(6, "acFilePath:" + root.Dir() +
-                               "/gone.pcm, len:" + std::to_string(root.Dir().size() + 9) + ", access:-1\n"));
+    log.ExpectInOrder({{6, "calActionOnSetCfg",
+                        "acFilePath:" + root.Dir() +
+                            "/gone.pcm, len:" + std::to_string(root.Dir().size() + 9) + ", access:-1\n"},
+                       {6, "setCfg", "AI_DEVICE_S::setCfg, AUDIO_SET_ACTION_E_HOT_UPDATE\n"}});
     EXPECT_EQ(Bytes(file.begin() + 100, file.begin() + 200), Read(100));
     AI_ATTR_S got;
     ASSERT_EQ(0, AUDIO_AI_GetAttr(0, &got));
@@ -207,7 +186,7 @@ TEST_F(AiFileTest, CloseAndOpenReplayTheFileWithoutNewLeadIn) {
     EXPECT_EQ(Bytes(200, 0xA5), Read(200)) << "closed device delivers filler";
     ASSERT_EQ(0, AUDIO_AI_Open(0));
     EXPECT_EQ(file, Read(200));
-    EXPECT_EQ(2, log.CountContaining("file send start"));
+    EXPECT_EQ(2, log.Count({6, "_readFrame", "file send start. size:0-200\n"}));
 }
 
 TEST_F(AiFileTest, PathsAreKeptUpTo39CharactersAndCutAt39) {
@@ -231,7 +210,7 @@ TEST_F(AiFileTest, PathsAreKeptUpTo39CharactersAndCutAt39) {
     log.Clear();
     ASSERT_EQ(0, AUDIO_AI_SetAttr(0, &a));
     EXPECT_EQ(name39, std::string(dev->_mFilePath));
-    EXPECT_TRUE(log.Has(6, "acFilePath:" + name39 + ", len:39, access:0\n"));
+    EXPECT_TRUE(log.Has({6, "calActionOnSetCfg", "acFilePath:" + name39 + ", len:39, access:0\n"}));
     ASSERT_EQ(0, chdir(cwd));
 }
 
@@ -249,8 +228,8 @@ TEST_F(AiFileTest, FileThatShrinksWhileOpenEndsWithFiller) {
     // The next read finds the end early: nothing delivered, the block is dropped.
     Read(100, &got);
     EXPECT_EQ(0u, got);
-    EXPECT_TRUE(log.Has(4, "file:" + path + " ended early at 150 of 400\n"));
-    EXPECT_TRUE(log.Has(6, "file send over. size:150-150\n"));
+    log.ExpectInOrder({{4, "_readFrame", "file:" + path + " ended early at 150 of 400\n"},
+                       {6, "_readFrame", "file send over. size:150-150\n"}});
     EXPECT_EQ(Bytes(100, 0xA5), Read(100, &got));
     EXPECT_EQ(100u, got);
 }

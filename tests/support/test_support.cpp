@@ -91,6 +91,18 @@ std::ostream& operator<<(std::ostream& os, const Logged& l) {
     return os << l.level << " " << l.func << ": \"" << l.message << "\"";
 }
 
+bool operator==(const Logged& a, const Logged& b) {
+    return a.level == b.level && a.func == b.func && a.message == b.message;
+}
+
+std::vector<Logged> LogCapture::All() const {
+    std::vector<Logged> out;
+    for (const auto& l : Lines()) {
+        out.push_back({l.level, l.func, l.message});
+    }
+    return out;
+}
+
 void LogCapture::Sink(int level, const char* line, void* ctx) {
     auto* self = static_cast<LogCapture*>(ctx);
     LogLine l{level, line ? line : "", "", ""};

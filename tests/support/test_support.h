@@ -37,8 +37,8 @@ class ScratchRoot {
 
 struct LogLine {
     int level;
-    std::string text;  // prefix and message exactly as logged
-    std::string func;  // the function name of the "[func:line] " prefix
+    std::string text;     // prefix and message exactly as logged
+    std::string func;     // the function name of the "[func:line] " prefix
     std::string message;  // the text after the prefix
 };
 
@@ -50,6 +50,7 @@ struct Logged {
     std::string message;
 };
 std::ostream& operator<<(std::ostream& os, const Logged& l);
+bool operator==(const Logged& a, const Logged& b);
 
 // Captures every line logged through the host library while alive (threshold 7).
 class LogCapture {
@@ -70,6 +71,8 @@ class LogCapture {
     // Index of the first line with this message at or after `from`, -1 if none.
     int IndexOf(const std::string& message, int from = 0) const;
 
+    // Every line as a log reader sees it, in order.
+    std::vector<Logged> All() const;
     // Lines matching level, prefix function and message exactly.
     int Count(const Logged& line) const;
     bool Has(const Logged& line) const { return Count(line) > 0; }
