@@ -9,6 +9,12 @@ namespace {
 
 using namespace audiomw_test;
 
+// A write failure as sendFrame logs it: the frames handed to the card, then tinyalsa's text.
+bool IsWriteFailure(const Logged& l) {
+    return l.level == 4 && l.func == "sendFrame" && l.message.find("AO[0] write 960 samples failed, ") == 0 &&
+           l.message.back() == '\n';
+}
+
 // Card channel i of each frame carries channel keep[i] of the `channels`-channel input.
 Bytes Map(const Bytes& in, int channels, const std::vector<int>& keep) {
     std::vector<int16_t> s = ToSamples(in), out;
@@ -26,7 +32,7 @@ struct InitCase {
     int card, device, rate, channels, frames;
     std::vector<int> keep;  // as Map's; empty when the open is refused
     const char* printed;    // on standard output (the resampler's refusal), or ""
-    Messages lines;         // what enabling logs after "set AO[0] Enable"
+    Messages lines;         // what init logs after "set AO[0] Enable" (all level 6 but a refusal)
 };
 
 // clang-format off
@@ -93,13 +99,11 @@ TEST_P(AoInitTest, NegotiatesLogsAndPlays) {
     EXPECT_EQ(opens ? 0 : -1, AUDIO_AO_SetEnable(0, ZN_TRUE));
     const std::string printed = capture.Stop();
     EXPECT_TRUE(*c.printed ? printed.find(c.printed) != std::string::npos : printed.empty()) << printed;
-    Messages expected = c.lines;
-    expected.insert(expected.begin(), "set AO[0] Enable");
-    ASSERT_EQ(expected, log.Messages());
-    const std::vector<LogLine> lines = log.Lines();
-    for (size_t i = 0; i < lines.size(); ++i) {
-        EXPECT_EQ(i + 1 < lines.size() || opens || *c.printed ? 6 : 3, lines[i].level) << expected[i];
+    std::vector<Logged> expected = {{6, "AUDIO_AO_SetEnable", "set AO[0] Enable"}};
+    for (size_t i = 0; i < c.lines.size(); ++i) {
+        expected.push_back({i + 1 < c.lines.size() || opens || *c.printed ? 6 : 3, "init", c.lines[i]});
     }
+    ASSERT_EQ(expected, log.All());
     vcard_counters n = Counters(c.card, c.device);
     if (!opens) {
         EXPECT_EQ(ZN_FALSE, AUDIO_AO_isReady(0));
@@ -111,20 +115,22 @@ TEST_P(AoInitTest, NegotiatesLogsAndPlays) {
     char opened[128];
     std::snprintf(opened, sizeof(opened), "AO[0] Open Alsa %d:%d rate:%u chn:%u frame:%u format:%d", c.card,
                   c.device, cfg.rate, cfg.channels, cfg.period_size, static_cast<int>(cfg.format));
-    EXPECT_EQ(opened, expected.back());
+    EXPECT_EQ(opened, expected.back().message);
     EXPECT_EQ(4u, cfg.period_count);
     EXPECT_EQ(0u, cfg.start_threshold + cfg.stop_threshold + cfg.silence_threshold);
 
     // A converted write must fit the period: the rematrix buffer holds one, the resampler
     // reads exactly one. Refused writes reach nothing.
-    const bool rematrix = log.CountContaining("enable rematrix") > 0, resample = cfg.rate != unsigned(c.rate);
+    const bool rematrix = c.lines[0].find("enable rematrix") != std::string::npos,
+               resample = cfg.rate != unsigned(c.rate);
     for (int frames : {c.frames - 1, c.frames + 1}) {
         const bool fits = frames < c.frames ? !resample : !rematrix && !resample;
         log.Clear();
         ASSERT_EQ(fits ? 0 : -1, Write(0, MakePattern(c.channels, frames))) << frames << " frames";
         EXPECT_EQ(fits ? 0 : 1,
-                  log.Count(3, "AO[0] write of " + std::to_string(frames) + " frames refused, a period is " +
-                                   std::to_string(c.frames) + " frames\n"));
+                  log.Count({3, "sendFrame",
+                             "AO[0] write of " + std::to_string(frames) + " frames refused, a period is " +
+                                 std::to_string(c.frames) + " frames\n"}));
         EXPECT_EQ(fits ? 1u : 0u, Counters(c.card, c.device).writes);
         ASSERT_EQ(0, vcard_memory_clear(c.card, c.device));
         ASSERT_EQ(0, vcard_reset_counters(c.card, c.device, VCARD_PLAYBACK));
@@ -175,10 +181,11 @@ TEST_F(AoAlsaTest, RefusedPcmOpenReleasesAndCanBeRetried) {
     AO_ATTR_S attr = AlsaAoAttr(1, 2, 16000, 2, 160);
     ASSERT_EQ(0, AUDIO_AO_Create(0, &attr));
     EXPECT_EQ(-1, AUDIO_AO_SetEnable(0, ZN_TRUE));
-    const LogLine last = log.Lines().back();
+    const Logged last = log.All().back();
     EXPECT_EQ(3, last.level);
-    EXPECT_EQ(0u, StripPrefix(last.text).find("AO[0] Open Alsa 1:2 failed. ")) << last.text;
-    EXPECT_NE(std::string::npos, last.text.find("device is busy"));
+    EXPECT_EQ("init", last.func);
+    EXPECT_EQ(0u, last.message.find("AO[0] Open Alsa 1:2 failed. ")) << last;
+    EXPECT_NE(std::string::npos, last.message.find("device is busy"));
     EXPECT_EQ(1u, Counters(1, 2).failed_opens);
     ASSERT_EQ(0, vcard_set_faults(1, 2, VCARD_PLAYBACK, nullptr));
     EXPECT_EQ(0, AUDIO_AO_SetEnable(0, ZN_FALSE));
@@ -199,16 +206,12 @@ TEST_F(AoAlsaTest, FailedWritesAreLoggedFiveTimesThenRecoveryOnce) {
         results.push_back(Write(0, period));
     }
     EXPECT_EQ((std::vector<int>{0, -1, -1, -1, -1, -1, -1, 0, 0}), results);
-    const std::vector<LogLine> lines = log.Lines();
+    const std::vector<Logged> lines = log.All();
     ASSERT_EQ(6u, lines.size());
     for (int i = 0; i < 5; ++i) {
-        const std::string m = StripPrefix(lines[i].text);
-        EXPECT_EQ(0u, m.find("AO[0] write 960 samples failed, ")) << m;
-        EXPECT_EQ('\n', m.back());
-        EXPECT_EQ(4, lines[i].level);
+        EXPECT_TRUE(IsWriteFailure(lines[i])) << lines[i];
     }
-    EXPECT_EQ(5, log.IndexOf("AO[0] recovered\n"));
-    EXPECT_TRUE(log.Has(6, "AO[0] recovered\n"));
+    EXPECT_EQ((Logged{6, "sendFrame", "AO[0] recovered\n"}), lines[5]);
     EXPECT_EQ(6, AUDIO_AO_GetUnderRunState(0));
     EXPECT_EQ(3u, Counters(0, 0).writes);
 
@@ -218,13 +221,14 @@ TEST_F(AoAlsaTest, FailedWritesAreLoggedFiveTimesThenRecoveryOnce) {
     ASSERT_EQ(0, vcard_set_faults(0, 0, VCARD_PLAYBACK, &plan));
     log.Clear();
     EXPECT_EQ(-1, Write(0, period));
-    EXPECT_EQ(1, log.CountContaining("AO[0] write 960 samples failed, "));
+    ASSERT_EQ(1u, log.All().size());
+    EXPECT_TRUE(IsWriteFailure(log.All()[0]));
     ASSERT_EQ(0, vcard_set_faults(0, 0, VCARD_PLAYBACK, nullptr));
     ASSERT_EQ(0, AUDIO_AO_SetEnable(0, ZN_FALSE));
     ASSERT_EQ(0, AUDIO_AO_SetEnable(0, ZN_TRUE));
     log.Clear();
     EXPECT_EQ(0, Write(0, period));
-    EXPECT_TRUE(log.Messages().empty());
+    EXPECT_TRUE(log.Lines().empty());
 }
 
 TEST_F(AoAlsaTest, ClassifiesAttributeChanges) {

@@ -25,7 +25,7 @@ TEST_F(AoRegistryTest, CreateFillsTheLowestFreeSlotWithTheRecordDisabled) {
     for (int id = 0; id < AUDIO_AO_MAX_NUM; ++id) {
         EXPECT_EQ(id, AUDIO_AO_GetNewId());
         ASSERT_EQ(0, AUDIO_AO_Create(id, &attr));
-        EXPECT_TRUE(log.Has(6, "AO[" + std::to_string(id) + "] create success"));
+        EXPECT_TRUE(log.Has({6, "AUDIO_AO_Create", "AO[" + std::to_string(id) + "] create success"}));
         EXPECT_EQ(id, gs_pAoHandler[id]->s32Id);
     }
     EXPECT_EQ(-1, AUDIO_AO_GetNewId());
@@ -38,7 +38,7 @@ TEST_F(AoRegistryTest, CreateFillsTheLowestFreeSlotWithTheRecordDisabled) {
     attr.bEnable = ZN_FALSE;
     EXPECT_EQ(0, std::memcmp(&attr, &got, sizeof(got)));
     EXPECT_EQ(0, AUDIO_AO_Destroy(2));
-    EXPECT_TRUE(log.Has(6, "AO[2] destroy success"));
+    EXPECT_TRUE(log.Has({6, "AUDIO_AO_Destroy", "AO[2] destroy success"}));
     EXPECT_EQ(nullptr, gs_pAoHandler[2]);
     EXPECT_EQ(2, AUDIO_AO_GetNewId());
 }
@@ -61,7 +61,7 @@ TEST_F(AoRegistryTest, CreateRefusalsLeaveTheTableAlone) {
         other.eType = c.type;
         log.Clear();
         EXPECT_EQ(-1, AUDIO_AO_Create(c.id, c.noRecord ? nullptr : &other)) << c.line;
-        EXPECT_EQ(1, log.Count(3, c.line));
+        EXPECT_EQ(1, log.Count({3, "AUDIO_AO_Create", c.line}));
         EXPECT_EQ(1u, log.Lines().size());
     }
     EXPECT_EQ(first, gs_pAoHandler[3]);
@@ -80,13 +80,15 @@ TEST_F(AoRegistryTest, EmptySlotsAnswerAsTheFailureTableSays) {
         EXPECT_EQ(ZN_FALSE, AUDIO_AO_isEnabled(id));
         EXPECT_EQ(ZN_FALSE, AUDIO_AO_isReady(id));
         EXPECT_EQ(0, AUDIO_AO_Destroy(id));
-        EXPECT_TRUE(log.Messages().empty());
+        EXPECT_TRUE(log.Lines().empty());
         EXPECT_EQ(-1, AUDIO_AO_SetAttr(id, &attr));
         EXPECT_EQ(-1, AUDIO_AO_SetVolume(id, 5));
         EXPECT_EQ(-1, AUDIO_AO_SetEnable(id, ZN_TRUE));
-        EXPECT_EQ(3, log.Count(3, tag + " not available"));
+        for (const char* fn : {"AUDIO_AO_SetAttr", "AUDIO_AO_SetVolume", "AUDIO_AO_SetEnable"}) {
+            EXPECT_EQ(1, log.Count({3, fn, tag + " not available"})) << fn;
+        }
         EXPECT_EQ(-1, Write(id, period));
-        EXPECT_EQ(1, log.Count(4, tag + " not create"));
+        EXPECT_EQ(1, log.Count({4, "AUDIO_AO_Write", tag + " not create"}));
         EXPECT_EQ(4u, log.Lines().size());
     }
 }
@@ -97,16 +99,16 @@ TEST_F(AoRegistryTest, EmptySlotsAnswerAsTheFailureTableSays) {
 TEST_F(AoRegistryTest, SetEnableAndSetVolume) {
     ASSERT_EQ(0, AUDIO_AO_Create(0, &attr));
     EXPECT_EQ(0, AUDIO_AO_SetEnable(0, ZN_TRUE));
-    EXPECT_TRUE(log.Has(6, "set AO[0] Enable"));
+    EXPECT_TRUE(log.Has({6, "AUDIO_AO_SetEnable", "set AO[0] Enable"}));
     EXPECT_EQ(ZN_TRUE, AUDIO_AO_isEnabled(0));
     EXPECT_EQ(ZN_TRUE, AUDIO_AO_isReady(0));
     EXPECT_EQ(0, AUDIO_AO_GetUnderRunState(0));
     log.Clear();
     EXPECT_EQ(0, AUDIO_AO_SetEnable(0, ZN_TRUE));
     EXPECT_EQ(0, AUDIO_AO_SetVolume(0, 0));
-    EXPECT_TRUE(log.Messages().empty());
+    EXPECT_TRUE(log.Lines().empty());
     EXPECT_EQ(0, AUDIO_AO_SetVolume(0, 75));
-    EXPECT_EQ(1, log.Count(6, "set AO[0] Volume=75"));
+    EXPECT_EQ(1, log.Count({6, "AUDIO_AO_SetVolume", "set AO[0] Volume=75"}));
     EXPECT_EQ(1u, log.Lines().size());
     AO_ATTR_S got;
     ASSERT_EQ(0, AUDIO_AO_GetAttr(0, &got));
@@ -117,7 +119,7 @@ TEST_F(AoRegistryTest, SetEnableAndSetVolume) {
     EXPECT_EQ(0, AUDIO_AO_SetEnable(0, static_cast<tagZN_BOOL>(2)));
     EXPECT_EQ(2u, Counters(0, 0).opens);
     EXPECT_EQ(0, AUDIO_AO_SetEnable(0, ZN_FALSE));
-    EXPECT_TRUE(log.Has(6, "set AO[0] Disable"));
+    EXPECT_TRUE(log.Has({6, "AUDIO_AO_SetEnable", "set AO[0] Disable"}));
     EXPECT_EQ(ZN_FALSE, AUDIO_AO_isReady(0));
     EXPECT_EQ(0, Counters(0, 0).is_open);
 }
@@ -135,14 +137,15 @@ TEST_F(AoRegistryTest, MutedWritesAreDroppedEvenWhenClosed) {
 TEST_F(AoRegistryTest, NullRecordsBuffersAndOversizedWritesAreRefused) {
     ASSERT_TRUE(CreateEnabled(0, attr));
     EXPECT_EQ(-1, AUDIO_AO_Write(0, nullptr, 640));
-    EXPECT_TRUE(log.Has(3, "AO[0] write buffer is null"));
+    EXPECT_TRUE(log.Has({3, "AUDIO_AO_Write", "AO[0] write buffer is null"}));
     EXPECT_EQ(-1, AUDIO_AO_GetAttr(0, nullptr));
     EXPECT_EQ(-1, AUDIO_AO_SetAttr(0, nullptr));
-    EXPECT_EQ(2, log.Count(3, "AO[0] attr is null."));
+    EXPECT_TRUE(log.Has({3, "AUDIO_AO_GetAttr", "AO[0] attr is null."}));
+    EXPECT_TRUE(log.Has({3, "AUDIO_AO_SetAttr", "AO[0] attr is null."}));
     EXPECT_EQ(-1, AUDIO_AO_Write(0, period.data(), 0x80000000u));
-    EXPECT_TRUE(log.Has(3, "AO[0] write of 2147483648 bytes refused"));
+    EXPECT_TRUE(log.Has({3, "AUDIO_AO_Write", "AO[0] write of 2147483648 bytes refused"}));
     EXPECT_EQ(-1, gs_pAoHandler[0]->sendFrame(period.data(), -4));
-    EXPECT_TRUE(log.Has(3, "AO[0] write of -1 frames refused, a period is 160 frames\n"));
+    EXPECT_TRUE(log.Has({3, "sendFrame", "AO[0] write of -1 frames refused, a period is 160 frames\n"}));
     EXPECT_EQ(0u, Counters(0, 0).writes);
 }
 
@@ -153,7 +156,7 @@ TEST_F(AoRegistryTest, FailedEnableCountsAsEnabledUntilDisabled) {
     AO_ATTR_S absent = AlsaAoAttr(6, 0, 16000, 2, 160);
     ASSERT_EQ(0, AUDIO_AO_Create(0, &absent));
     EXPECT_EQ(-1, AUDIO_AO_SetEnable(0, ZN_TRUE));
-    EXPECT_TRUE(log.Has(3, "Alsa device 6:0 not exist for AO[0]."));
+    EXPECT_TRUE(log.Has({3, "init", "Alsa device 6:0 not exist for AO[0]."}));
     EXPECT_EQ(ZN_TRUE, AUDIO_AO_isEnabled(0));
     EXPECT_EQ(ZN_FALSE, AUDIO_AO_isReady(0));
     EXPECT_EQ(-1, Write(0, period));
@@ -162,7 +165,7 @@ TEST_F(AoRegistryTest, FailedEnableCountsAsEnabledUntilDisabled) {
     LoadCards("pcm card=6 dir=playback sink=memory");
     log.Clear();
     EXPECT_EQ(0, AUDIO_AO_SetEnable(0, ZN_TRUE));
-    EXPECT_TRUE(log.Messages().empty());
+    EXPECT_TRUE(log.Lines().empty());
     EXPECT_EQ(ZN_FALSE, AUDIO_AO_isReady(0));
     EXPECT_EQ(0, AUDIO_AO_SetEnable(0, ZN_FALSE));
     EXPECT_EQ(0, AUDIO_AO_SetEnable(0, ZN_TRUE));
