@@ -1,5 +1,5 @@
 // Helpers shared by the stream tests: stream records made by hand, node attribute
-// records, nodes built the way the pipeline builds them, file AIs and log order.
+// records, nodes built the way the pipeline builds them and file AIs.
 #ifndef AUDIOMW_TESTS_ASTREAM_ASTREAM_TEST_UTIL_H
 #define AUDIOMW_TESTS_ASTREAM_ASTREAM_TEST_UTIL_H
 
@@ -99,16 +99,6 @@ inline AI_ATTR_S FileAi(const std::string& path, int channels, int frames) {
     a.s32Channel = channels;
     a.s32FrameLen = frames;
     return a;
-}
-
-// Expects the messages in the log in this order (others may lie between them).
-inline void ExpectInOrder(const audiomw_test::LogCapture& log, std::initializer_list<std::string> messages) {
-    int from = 0;
-    for (const std::string& m : messages) {
-        int index = log.IndexOf(m, from);
-        EXPECT_GE(index, from) << "missing or out of order: " << m;
-        from = index < 0 ? from : index + 1;
-    }
 }
 
 // Closes, disables and deletes an AI.

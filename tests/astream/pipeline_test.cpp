@@ -9,10 +9,16 @@
 namespace {
 
 using namespace astream_test;
+using audiomw_test::Logged;
 
 class PipelineTest : public audiomw_test::AudioTest {
   protected:
-    std::string Closed(const std::string& path) { return "dump file " + path + " closed, _mu32WriteLen:0"; }
+    static Logged Closed(const std::string& path) {
+        return {7, "destroy", "dump file " + path + " closed, _mu32WriteLen:0"};
+    }
+    static Logged Pipeline(int level, const std::string& message) {
+        return {level, "AUDIO_ASTREAM_InitPipeline", message};
+    }
     const std::string p1 = root.Dir() + "/a.pcm", p2 = root.Dir() + "/b.pcm";
 };
 
@@ -25,7 +31,9 @@ TEST_F(PipelineTest, NullArgumentsAndAnEmptyList) {
     a.lstNodeAttr.clear();
     EXPECT_EQ(0, AUDIO_ASTREAM_InitPipeline(&s.h, &a));
     EXPECT_TRUE(s.h.lstNode.empty());
-    EXPECT_EQ(0, log.CountContaining("node"));
+    EXPECT_EQ((std::vector<Logged>{Pipeline(3, "ASTREAM pipeline init with a null stream"),
+                                   Pipeline(3, "ASTREAM pipeline init with a null attribute record")}),
+              log.All());
 }
 
 // A code without a class after two built nodes: both are destroyed in list order, the
@@ -41,11 +49,10 @@ TEST_F(PipelineTest, CodeWithoutClassUndoesTheBuild) {
         EXPECT_TRUE(s.h.lstNode.empty());
         const std::string refused =
             "ASTREAM[1] pipeline node type[" + std::to_string(code) + "] not support yet";
-        ExpectInOrder(log, {"ASTREAM[1] add node type[154]", "ASTREAM[1] add node type[154]", refused,
-                            "ASTREAM[1] create failed, destroy", Closed(p1), Closed(p2)});
-        EXPECT_EQ(1, log.Count(3, refused));
-        EXPECT_EQ(1, log.Count(4, "ASTREAM[1] create failed, destroy"));
-        EXPECT_EQ(0, log.CountContaining("pipeline destroyed"));
+        log.ExpectInOrder({Pipeline(6, "ASTREAM[1] add node type[154]"),
+                           Pipeline(6, "ASTREAM[1] add node type[154]"), Pipeline(3, refused),
+                           Pipeline(4, "ASTREAM[1] create failed, destroy"), Closed(p1), Closed(p2)});
+        EXPECT_EQ(0, log.Count({6, "AUDIO_ASTREAM_DestroyPipeline", "ASTREAM[1] pipeline destroyed"}));
     }
 }
 
@@ -57,14 +64,14 @@ TEST_F(PipelineTest, NodeWhoseInitFailsIsKept) {
     ASTREAM_ATTR_S a = StreamAttr(0, 1, {DumpAttr(missing, 0, 1), SplitAttr(0, 3, 0), SwapAttr({1, 0})});
     ASSERT_EQ(0, AUDIO_ASTREAM_InitPipeline(&s.h, &a));
     ASSERT_EQ(3u, s.h.lstNode.size());
-    EXPECT_EQ(1, log.Count(3, "dump file " + missing + " create failed"));
-    const int failed154 = log.IndexOf("ASTREAM[0] pipeline node type[154] init failed");
-    const int failed2 = log.IndexOf("ASTREAM[0] pipeline node type[2] init failed");
-    EXPECT_GE(failed154, 0);
-    EXPECT_EQ(failed154 + 1, log.IndexOf("ASTREAM[0] add node type[154]"));
+    EXPECT_EQ(1, log.Count({3, "init", "dump file " + missing + " create failed"}));
+    const int failed154 = log.IndexOf(Pipeline(3, "ASTREAM[0] pipeline node type[154] init failed"));
+    const int failed2 = log.IndexOf(Pipeline(3, "ASTREAM[0] pipeline node type[2] init failed"));
+    EXPECT_GE(failed154, 0) << log.Dump();
+    EXPECT_EQ(failed154 + 1, log.IndexOf(Pipeline(6, "ASTREAM[0] add node type[154]")));
     EXPECT_GT(failed2, failed154);
-    EXPECT_EQ(failed2 + 1, log.IndexOf("ASTREAM[0] add node type[2]"));
-    EXPECT_EQ(0, log.CountContaining("type[1] init failed"));
+    EXPECT_EQ(failed2 + 1, log.IndexOf(Pipeline(6, "ASTREAM[0] add node type[2]")));
+    EXPECT_EQ(0, log.Count(Pipeline(3, "ASTREAM[0] pipeline node type[1] init failed")));
     std::vector<ASTREAM_NODE_S*> nodes(s.h.lstNode.begin(), s.h.lstNode.end());
     EXPECT_EQ((std::vector<int>{ZN_FALSE, ZN_FALSE, ZN_TRUE}),
               (std::vector<int>{nodes[0]->_mbEnable, nodes[1]->_mbEnable, nodes[2]->_mbEnable}));
@@ -83,9 +90,10 @@ TEST_F(PipelineTest, TeardownDestroysInListOrder) {
     log.Clear();
     EXPECT_EQ(0, AUDIO_ASTREAM_DestroyPipeline(&s.h));
     EXPECT_TRUE(s.h.lstNode.empty());
-    EXPECT_EQ((std::vector<std::string>{Closed(p1), Closed(p2), "ASTREAM[1] pipeline destroyed"}),
-              log.Messages());
-    EXPECT_EQ(1, log.Count(6, "ASTREAM[1] pipeline destroyed"));
+    EXPECT_EQ(
+        (std::vector<Logged>{
+            Closed(p1), Closed(p2), {6, "AUDIO_ASTREAM_DestroyPipeline", "ASTREAM[1] pipeline destroyed"}}),
+        log.All());
 }
 
 // The worker job run directly over buffers A and B: out-of-place nodes exchange them,

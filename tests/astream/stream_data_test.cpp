@@ -73,6 +73,7 @@ long FileSize(const std::string& path) {
     return stat(path.c_str(), &st) == 0 ? static_cast<long>(st.st_size) : -1;
 }
 
+const std::string kFileSize = std::to_string(kFilePeriods * kPeriodBytes);
 const Period kFiller = audiomw_test::ToSamples(std::vector<uint8_t>(kPeriodBytes, 0xA5));
 
 class StreamDataTest : public audiomw_test::AudioTest {
@@ -101,7 +102,8 @@ class StreamDataTest : public audiomw_test::AudioTest {
         ASSERT_TRUE(audiomw_test::WaitFor(
             [&] {
                 return dumps ? FileSize(FullDump()) >= static_cast<long>(periods * kPeriodBytes)
-                             : log.CountContaining("file send over") > 0;
+                             : log.Has({6, "_readFrame",
+                                        "file send over. size:" + kFileSize + "-" + kFileSize + "\n"});
             },
             std::chrono::seconds(30)));
         ASSERT_EQ(0, AUDIO_ASTREAM_Stop(0));
@@ -124,7 +126,8 @@ TEST_F(StreamDataTest, OneWorkerDumpsExactBytes) {
     const auto dumps = Expect(played);
     EXPECT_EQ(dumps.first, Periods(ReadFileBytes(FullDump()), kPeriodSamples, total));
     EXPECT_EQ(dumps.second, Periods(ReadFileBytes(GroupDump()), kPeriodSamples / 2, total));
-    EXPECT_EQ(0, log.CountContaining("Data in use"));
+    EXPECT_EQ(
+        0, log.Count({3, "threadAudioProcessReader", "========== Data in use, read error =========== \n"}));
 }
 
 // The periods other than filler, sorted.
