@@ -107,11 +107,11 @@ TEST_F(OutputNodeTest, InitEnablesTheAoAndDestroyDisablesIt) {
     ASSERT_NE(nullptr, node);
     EXPECT_EQ(1, AUDIO_AO_isReady(2));
     bool found = false;
-    for (const auto& l : log.Lines()) {
-        found |= l.level == 7 &&
-                 std::regex_match(audiomw_test::StripPrefix(l.text), std::regex("[0-9]+, OUTPUT node\n"));
+    for (const auto& l : log.All()) {
+        found |= l.level == 7 && l.func == "init" &&
+                 std::regex_match(l.message, std::regex("[0-9]+, OUTPUT node\n"));
     }
-    EXPECT_TRUE(found);
+    EXPECT_TRUE(found) << log.Dump();
     EXPECT_EQ(0, AUDIO_ASTREAM_DestroyPipeline(&s.h));
     EXPECT_EQ(0, AUDIO_AO_isReady(2));
 }
@@ -121,7 +121,7 @@ TEST_F(OutputNodeTest, AoThatCannotOpenFailsInitButTheNodeStaysAndWrites) {
     FakeStream s(kChn, kFrames);
     ASTREAM_NODE_S* node = Build(s, OutputAttr(2, 0, 2));
     ASSERT_NE(nullptr, node);
-    EXPECT_TRUE(log.Has(3, "ASTREAM[0] pipeline node type[0] init failed"));
+    EXPECT_TRUE(log.Has({3, "AUDIO_ASTREAM_InitPipeline", "ASTREAM[0] pipeline node type[0] init failed"}));
     EXPECT_EQ(0, Process(node));
 }
 
@@ -231,17 +231,53 @@ TEST_F(OutputNodeTest, GroupOutsideTheStreamIsRefusedAndNothingIsWritten) {
     struct Case {
         int offset, count;
     };
-    for (Case c : {Case{3, 2}, Case{-1, 2}, Case{0, 0}, Case{0x7fffffff, 2}}) {
+    for (Case c : {Case{3, 2}, Case{-1, 2}, Case{5, 0}, Case{0, -1}, Case{0x7fffffff, 2}}) {
         SCOPED_TRACE(c.offset);
         FakeStream s(kChn, kFrames);
         ASTREAM_NODE_S* node = Build(s, OutputAttr(2, c.offset, c.count));
-        EXPECT_TRUE(log.Has(3, "ASTREAM[0] node type[0] channel group offset " + std::to_string(c.offset) +
-                                   " count " + std::to_string(c.count) +
-                                   " outside 4 channels, nothing is sent"));
+        EXPECT_TRUE(
+            log.Has({3, "init",
+                     "ASTREAM[0] node type[0] channel group offset " + std::to_string(c.offset) + " count " +
+                         std::to_string(c.count) + " outside 4 channels, nothing is sent"}))
+            << log.Dump();
         EXPECT_EQ(-1, Process(node));
         EXPECT_EQ(0u, SinkBytes(12, 0).size());
         gs_AstreamHandler[0] = nullptr;
     }
+}
+
+// An AO that records the size of every write it is handed.
+struct CountingAo : public AO_DEVICE_S {
+    int init() override { return bHasInit = ZN_TRUE, 0; }
+    int destroy() override { return bHasInit = ZN_FALSE, 0; }
+    AUDIO_SET_ACTION_E calActionOnSetCfg(AO_ATTR_S*) override { return AUDIO_SET_ACTION_E_NEED_DESTROY; }
+    int sendFrame(unsigned char*, int bytes) override { return writes.push_back(bytes), 0; }
+    std::vector<int> writes;
+};
+
+// A group of 0 channels, at the start or at the end of the stream, is empty and inside
+// it: AO 0 is handed an empty write for it and the recording is opened as for any group.
+TEST_F(OutputNodeTest, EmptyGroupIsSentAndRecorded) {
+    root.SetMarker("/var/recordoutput");
+    ASSERT_EQ(0, AUDIO_AO_Destroy(0));
+    auto* ao = new CountingAo();  // the AO table owns it
+    ao->s32Id = 0;
+    gs_pAoHandler[0] = ao;
+    for (int offset : {0, kChn}) {
+        FakeStream s(kChn, kFrames);
+        ASTREAM_NODE_S* node = Build(s, OutputAttr(0, offset, 0));
+        ASSERT_NE(nullptr, node);
+        EXPECT_EQ(0, Process(node)) << offset;
+        gs_AstreamHandler[0] = nullptr;
+    }
+    EXPECT_EQ((std::vector<int>{0, 0}), ao->writes);
+    for (const auto& l : log.All()) {
+        EXPECT_LT(4, l.level) << l;
+    }
+    EXPECT_TRUE(audiomw_test::FileExists(root.Path("/var/I2sOutput.pcm")));
+    root.SetMarker("/var/recordoutput", false);
+    ASTREAM_RecordOutputData(nullptr, 0);  // closes the recording
+    EXPECT_TRUE(audiomw_test::ReadFileBytes(root.Path("/var/I2sOutput.pcm")).empty());
 }
 
 TEST_F(OutputNodeTest, SetCfgTakesOnlyTheConnectFlag) {
