@@ -1,5 +1,5 @@
-// Thread helper: the routine runs cycle after cycle under the thread's name, Destory
-// stops between two calls and clears the running flag, the descriptor starts again.
+// Thread helper, as the stream reader relies on it: Destory stops between two calls and
+// clears the running flag, and the descriptor starts again.
 #include <pthread.h>
 
 #include <atomic>
@@ -15,15 +15,11 @@ using audiomw_test::WaitFor;
 
 tagPTHREAD_DATA_S gs_thread;  // zero-filled
 std::atomic<int> gs_calls{0};
-char gs_name[16];     // the thread's name seen by the first call
 int gs_holdCall = 0;  // this call returns only once the stop has been requested
 std::atomic<bool> gs_heldCallEnded{false};
 
 void Routine(void* arg) {
     int call = ++*static_cast<std::atomic<int>*>(arg);
-    if (call == 1) {
-        pthread_getname_np(pthread_self(), gs_name, sizeof(gs_name));
-    }
     if (call == gs_holdCall) {
         WaitFor([] { return __atomic_load_n(&gs_thread.bStopRequest, __ATOMIC_ACQUIRE) != 0; });
         gs_heldCallEnded = true;
@@ -44,21 +40,6 @@ class ThreadHelperTest : public ::testing::Test {
     void TearDown() override { UTIL_THREAD_Destory(&gs_thread, ZN_TRUE); }
 };
 
-TEST_F(ThreadHelperTest, RoutineRunsOverAndOverUnderItsNameUntilDestory) {
-    char name[] = "ASTREAM[0:r]-and-more";
-    ASSERT_EQ(UTIL_THREAD_InitData(&gs_thread, name, Routine, &gs_calls), 0);
-    std::strcpy(name, "overwritten");
-    EXPECT_STREQ(gs_thread.acName, "ASTREAM[0:r]-an");  // copied, cut to 15 characters
-    EXPECT_EQ(Running(), 0u);
-    ASSERT_EQ(UTIL_THREAD_Create(&gs_thread, nullptr), 0);
-    EXPECT_EQ(Running(), 1u);
-    ASSERT_TRUE(WaitFor([] { return gs_calls.load() >= 5; }));
-    EXPECT_EQ(UTIL_THREAD_Destory(&gs_thread, ZN_TRUE), 0);
-    EXPECT_EQ(Running(), 0u);
-    EXPECT_EQ(UTIL_THREAD_GetLiveCount(), 0);
-    EXPECT_STREQ(gs_name, "ASTREAM[0:r]-an");
-}
-
 // The third call holds until the stop is requested: Destory waits for it and no fourth
 // call starts. The descriptor then starts again, as a stream's Stop and Start do.
 TEST_F(ThreadHelperTest, DestoryStopsBetweenTwoCallsAndTheDescriptorStartsAgain) {
@@ -78,25 +59,6 @@ TEST_F(ThreadHelperTest, DestoryStopsBetweenTwoCallsAndTheDescriptorStartsAgain)
     ASSERT_TRUE(WaitFor([] { return gs_calls.load() >= 5; }));
     EXPECT_EQ(UTIL_THREAD_Destory(&gs_thread, ZN_TRUE), 0);
     EXPECT_EQ(UTIL_THREAD_GetLiveCount(), 0);
-}
-
-TEST_F(ThreadHelperTest, StartsWithoutRoutineTwiceOrFailingAreRefused) {
-    audiomw_test::LogCapture log;
-    char name[] = "once";
-    EXPECT_EQ(UTIL_THREAD_Create(&gs_thread, nullptr), -1);  // zero-filled: no routine
-    EXPECT_EQ(log.Count(UTIL_LOG_ERR, "thread \"\" has no routine"), 1);
-    ASSERT_EQ(UTIL_THREAD_InitData(&gs_thread, name, Routine, &gs_calls), 0);
-    UTIL_SetThreadStartFault(0);
-    EXPECT_EQ(UTIL_THREAD_Create(&gs_thread, nullptr), -1);
-    EXPECT_EQ(log.Count(UTIL_LOG_ERR, "thread \"once\" start failed: Resource temporarily unavailable"), 1);
-    EXPECT_EQ(Running(), 0u);
-    EXPECT_EQ(UTIL_THREAD_GetLiveCount(), 0);
-    ASSERT_EQ(UTIL_THREAD_Create(&gs_thread, nullptr), 0);
-    EXPECT_EQ(UTIL_THREAD_Create(&gs_thread, nullptr), -1);
-    EXPECT_EQ(log.Count(UTIL_LOG_ERR, "thread \"once\" already running"), 1);
-    EXPECT_EQ(UTIL_THREAD_InitData(&gs_thread, name, Routine, &gs_calls), -1);
-    EXPECT_EQ(UTIL_THREAD_GetLiveCount(), 1);
-    EXPECT_EQ(UTIL_THREAD_Destory(&gs_thread, ZN_TRUE), 0);
 }
 
 }  // namespace

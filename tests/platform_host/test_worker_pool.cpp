@@ -129,24 +129,4 @@ TEST(WorkerPoolTest, RecordsShowRunningJobsWaitsTimeOutAndDestroyWaitsForTheJob)
     EXPECT_EQ(c.startedF.wait_for(std::chrono::seconds(0)), std::future_status::timeout) << "C never fed";
 }
 
-TEST(WorkerPoolTest, BadArgumentsAndFailedStartsAreRefused) {
-    audiomw_test::LogCapture log;
-    for (int num : {0, 65}) {
-        EXPECT_EQ(UTIL_PF_Create(num, RunCountJob, nullptr), nullptr);
-        EXPECT_EQ(log.Count(UTIL_LOG_ERR, "worker number " + std::to_string(num) + " out of range 1..64"), 1);
-    }
-    UTIL_SetThreadStartFault(1);
-    EXPECT_EQ(UTIL_PF_Create(3, RunCountJob, nullptr), nullptr);
-    EXPECT_EQ(log.Count(UTIL_LOG_ERR, "start of worker 1 failed: Resource temporarily unavailable"), 1);
-    EXPECT_EQ(UTIL_PF_GetLiveCount(), 0);
-
-    ZN_PF_HANDLER_S* pool = UTIL_PF_Create(1, RunCountJob, nullptr);  // the fault struck once
-    ASSERT_NE(pool, nullptr);
-    EXPECT_EQ(UTIL_PF_Feed(pool, nullptr, 0), -1);
-    EXPECT_EQ(log.Count(UTIL_LOG_ERR, "null job refused"), 1);
-    EXPECT_EQ(UTIL_PF_WaitWorkerIdle(nullptr, -1), -1);
-    EXPECT_EQ(UTIL_PF_Destroy(pool, ZN_TRUE), 0);
-    EXPECT_EQ(UTIL_PF_Destroy(pool, ZN_TRUE), -1) << "null after the first";
-}
-
 }  // namespace

@@ -37,36 +37,6 @@ TEST_F(FaultPlanTest, OpenFailsForAnAbsentPcmOrWithThePlannedText) {
     EXPECT_EQ(1, pcm_is_ready(handle.get())) << handle.Error();
 }
 
-// A failed prepare keeps the PCM ready; an unready one gives the device up like a lost
-// one: transfers refused, others may open it, the close frees the handle only.
-TEST_F(FaultPlanTest, PrepareFailsAndMayLeaveThePcmUnready) {
-    const vcard_fault_plan fail = Plan(0, nullptr, VCARD_PREPARE_FAIL),
-                           unready = Plan(0, nullptr, VCARD_PREPARE_UNREADY);
-    ASSERT_EQ(0, vcard_set_faults(1, 0, VCARD_CAPTURE, &fail));
-    pcm* handle = Open(1, 0, PCM_IN, Config(2, 16000, 4));
-    uint8_t buffer[16];
-    EXPECT_EQ(-EIO, pcm_prepare(handle));
-    EXPECT_STREQ("cannot prepare channel: Input/output error", pcm_get_error(handle));
-    EXPECT_EQ(1, pcm_is_ready(handle));
-    EXPECT_EQ(4, pcm_readi(handle, buffer, 4));
-    EXPECT_EQ(1u, Counters(1, 0, VCARD_CAPTURE).prepares);
-
-    ASSERT_EQ(0, vcard_set_faults(1, 0, VCARD_CAPTURE, &unready));
-    EXPECT_EQ(-EIO, pcm_prepare(handle));
-    EXPECT_EQ(0, pcm_is_ready(handle));
-    EXPECT_STREQ("cannot prepare channel: Input/output error", pcm_get_error(handle));
-    EXPECT_EQ(-EBADFD, pcm_readi(handle, buffer, 4));
-    EXPECT_EQ(0, Counters(1, 0, VCARD_CAPTURE).is_open);
-    {
-        PcmHandle again(1, 0, PCM_IN, Config(2, 16000, 4));
-        EXPECT_EQ(1, pcm_is_ready(again.get())) << again.Error();
-    }
-    EXPECT_EQ(0, pcm_close(handle));
-    vcard_counters counters = Counters(1, 0, VCARD_CAPTURE);
-    EXPECT_EQ(2u, counters.opens);
-    EXPECT_EQ(1u, counters.closes) << "only the second handle closed the device";
-}
-
 // Writes N to N+K-1 fail and move no data; an xrun counts as an underrun; later writes succeed.
 TEST_F(FaultPlanTest, TheNthWriteFailsKTimesThenWritesSucceed) {
     const struct {
@@ -106,44 +76,6 @@ TEST_F(FaultPlanTest, TheNthWriteFailsKTimesThenWritesSucceed) {
         EXPECT_EQ(c.plan.transfer_fail_count, counters.failed_transfers);
         EXPECT_EQ(static_cast<unsigned int>(c.underruns), counters.xruns);
     }
-}
-
-TEST_F(FaultPlanTest, AFailedReadDoesNotAdvanceTheFrames) {
-    const vcard_fault_plan plan =
-        Plan(0, nullptr, VCARD_PREPARE_OK, 2, 0, VCARD_TRANSFER_IO);  // count 0 means 1
-    ASSERT_EQ(0, vcard_set_faults(1, 0, VCARD_CAPTURE, &plan));
-    PcmHandle handle(1, 0, PCM_IN, Config(1, 16000, 2));
-    std::vector<uint8_t> buffer(4);
-    EXPECT_EQ(2, pcm_readi(handle.get(), buffer.data(), 2));
-    EXPECT_EQ(-EIO, pcm_readi(handle.get(), buffer.data(), 2));
-    EXPECT_EQ("cannot read stream data: Input/output error", handle.Error());
-    EXPECT_EQ(Le16({2, 3}), Read(handle.get(), 2));
-    EXPECT_EQ(Le16({4, 5}), Read(handle.get(), 2));
-}
-
-TEST_F(FaultPlanTest, TransfersCountFromThePlanOrTheOpenWhicheverCameLast) {
-    const vcard_fault_plan plan = Plan(0, nullptr, VCARD_PREPARE_OK, 2, 1);
-    pcm* first = Open(2, 0, PCM_OUT, Config(1, 16000, 2));
-    std::vector<uint8_t> bytes = Le16({5, 5});
-    for (int i = 0; i < 5; ++i) {
-        ASSERT_EQ(2, pcm_writei(first, bytes.data(), 2));
-    }
-    ASSERT_EQ(0, vcard_set_faults(2, 0, VCARD_PLAYBACK, &plan));
-    EXPECT_EQ(2, pcm_writei(first, bytes.data(), 2));
-    EXPECT_EQ(-EPIPE, pcm_writei(first, bytes.data(), 2));
-    pcm_close(first);
-    PcmHandle again(2, 0, PCM_OUT, Config(1, 16000, 2));
-    EXPECT_EQ(2, pcm_writei(again.get(), bytes.data(), 2));
-    EXPECT_EQ(-EPIPE, pcm_writei(again.get(), bytes.data(), 2)) << "the count restarts at open";
-    EXPECT_EQ(1, pcm_get_underruns(again.get())) << "underruns are per opening";
-}
-
-TEST_F(FaultPlanTest, UnknownFaultKindsAndPcmsAreRefused) {
-    const vcard_fault_plan plan = Plan(0, nullptr, static_cast<vcard_prepare_fault>(9));
-    EXPECT_EQ(-EINVAL, vcard_set_faults(2, 0, VCARD_PLAYBACK, &plan));
-    EXPECT_STREQ("unknown fault kind", vcard_last_error());
-    EXPECT_EQ(-ENOENT, vcard_set_faults(2, 0, VCARD_CAPTURE, nullptr));
-    EXPECT_EQ(-ENOENT, vcard_reset_counters(2, 7, VCARD_PLAYBACK));
 }
 
 }  // namespace

@@ -75,16 +75,6 @@ TEST_F(PcmOpenTest, OpenOutsideTheRangesGivesAHandleThatIsNotReady) {
     EXPECT_EQ(0, counters.is_open);
 }
 
-TEST_F(PcmOpenTest, MissingPcmsAreRefusedWithTheirCause) {
-    ASSERT_EQ(0, vcard_add_card(5));
-    PcmHandle missing(5, 1, PCM_IN, Config(2, 16000, 320));
-    EXPECT_EQ(0, pcm_is_ready(missing.get()));
-    EXPECT_EQ("card 5 device 1 capture: no such virtual PCM", missing.Error());
-    PcmHandle kernel(31, 0, PCM_OUT, Config(2, 16000, 320));
-    EXPECT_EQ(0, pcm_is_ready(kernel.get()));
-    EXPECT_EQ(0u, kernel.Error().find("cannot open device '/dev/snd/pcmC31D0p': ")) << kernel.Error();
-}
-
 // Open at the top of the ranges in format 7; a second open is busy until the first closes.
 TEST_F(PcmOpenTest, OpenAtTheRangeEdgesRecordsTheConfigurationAndHoldsThePcm) {
     ASSERT_EQ(0,
@@ -115,62 +105,6 @@ TEST_F(PcmOpenTest, OpenAtTheRangeEdgesRecordsTheConfigurationAndHoldsThePcm) {
     EXPECT_EQ(2u, counters.opens);
     EXPECT_EQ(1u, counters.closes);
     EXPECT_EQ(1u, counters.failed_opens);
-}
-
-TEST_F(PcmOpenTest, NullHandlesAndWrongDirectionsAreRefused) {
-    EXPECT_EQ(0, pcm_is_ready(nullptr));
-    EXPECT_EQ(0, pcm_close(nullptr));
-    EXPECT_STREQ("no PCM handle", pcm_get_error(nullptr));
-    EXPECT_EQ(-EINVAL, pcm_readi(nullptr, nullptr, 0));
-    EXPECT_EQ(-EINVAL, pcm_writei(nullptr, nullptr, 0));
-    EXPECT_EQ(-EINVAL, pcm_prepare(nullptr));
-    EXPECT_EQ(0, pcm_get_underruns(nullptr));
-    timespec stamp{};
-    unsigned int avail = 0;
-    EXPECT_EQ(-1, pcm_get_htimestamp(nullptr, &avail, &stamp));
-
-    ASSERT_EQ(0, AddPcm(Desc(2, 0, VCARD_PLAYBACK, 1, 2, 8000, 48000)));
-    PcmHandle handle(2, 0, PCM_OUT, Config(1, 16000, 4));
-    uint8_t buffer[8] = {0};
-    EXPECT_EQ(-EINVAL, pcm_readi(handle.get(), buffer, 4));
-    EXPECT_EQ("cannot read from a playback PCM: Invalid argument", handle.Error());
-    EXPECT_EQ(-EINVAL, pcm_writei(handle.get(), nullptr, 4));
-    EXPECT_EQ(0, pcm_writei(handle.get(), buffer, 0));
-    EXPECT_EQ(0u, Counters(2, 0, VCARD_PLAYBACK).writes);
-}
-
-TEST_F(PcmOpenTest, AddingAPcmAgainReplacesItAndOpenHandlesKeepTheOldOne) {
-    ASSERT_EQ(0, AddPcm(Desc(2, 0, VCARD_PLAYBACK, 1, 2, 8000, 48000)));
-    pcm* old = Open(2, 0, PCM_OUT, Config(2, 16000, 4));
-    ASSERT_EQ(1, pcm_is_ready(old));
-    ASSERT_EQ(0, AddPcm(Desc(2, 0, VCARD_PLAYBACK, 4, 4, 8000, 8000)));
-    uint8_t period[4 * 2 * 2] = {0};
-    EXPECT_EQ(4, pcm_writei(old, period, 4));
-    EXPECT_EQ(0u, Counters(2, 0, VCARD_PLAYBACK).writes) << "fresh counters";
-    pcm_close(old);
-    pcm_params* params = pcm_params_get(2, 0, PCM_OUT);
-    ASSERT_NE(nullptr, params);
-    EXPECT_EQ(4u, pcm_params_get_min(params, PCM_PARAM_CHANNELS));
-    pcm_params_free(params);
-}
-
-TEST_F(PcmOpenTest, BadDescriptionsAreRefusedWithTheirReason) {
-    const struct {
-        vcard_pcm_desc desc;
-        const char* error;
-    } cases[] = {
-        {Desc(1, 0, VCARD_CAPTURE, 0, 2, 8000, 8000), "channel range 0-2 is not within 1-64"},
-        {Desc(1, 0, VCARD_CAPTURE, 1, 65, 8000, 8000), "channel range 1-65 is not within 1-64"},
-        {Desc(1, 0, VCARD_CAPTURE, 1, 2, 16000, 8000), "rate range 16000-8000 is empty"},
-        {Desc(1, 0, VCARD_CAPTURE, 1, 2, 8000, 8000, 0), "no format accepted"},
-        {Desc(1, 0, VCARD_CAPTURE, 1, 2, 8000, 8000, VCARD_FORMAT_BIT(PCM_FORMAT_S24_3LE)),
-         "format 4 cannot be served by a virtual PCM"},
-    };
-    for (const auto& c : cases) {
-        EXPECT_EQ(-EINVAL, vcard_add_pcm(&c.desc));
-        EXPECT_EQ(std::string("card 1 device 0 capture: ") + c.error, vcard_last_error());
-    }
-    EXPECT_EQ(0, vcard_is_virtual(1));
 }
 
 }  // namespace

@@ -45,32 +45,6 @@ TEST_F(PlaybackSinkTest, MemorySinkKeepsTheWrittenBytesInOrder) {
     EXPECT_EQ(0, vcard_memory_take(2, 0, tail.data(), tail.size()));
 }
 
-TEST_F(PlaybackSinkTest, AFullMemorySinkDropsAndCountsTheRest) {
-    ASSERT_EQ(0, vcard_set_sink_memory(2, 0, 10));
-    PcmHandle handle(2, 0, PCM_OUT, Config(1, 16000, 4));
-    Write(handle.get(), Le16({1, 2, 3, 4}));
-    Write(handle.get(), Le16({5, 6, 7, 8}));
-    EXPECT_EQ(Le16({1, 2, 3, 4, 5}), MemoryBytes());
-    vcard_counters counters = Counters(2, 0, VCARD_PLAYBACK);
-    EXPECT_EQ(6u, counters.memory_dropped);
-    EXPECT_EQ(2u, counters.writes) << "dropping is not a write failure";
-}
-
-TEST_F(PlaybackSinkTest, MemoryCallsNeedAMemorySinkAndSinksAPlaybackPcm) {
-    uint8_t byte = 0;
-    ASSERT_EQ(0, vcard_set_sink_discard(2, 0));
-    EXPECT_EQ(-EINVAL, vcard_memory_size(2, 0));
-    EXPECT_STREQ("card 2 device 0 playback: the sink is not a memory sink", vcard_last_error());
-    EXPECT_EQ(-EINVAL, vcard_memory_read(2, 0, 0, &byte, 1));
-    EXPECT_EQ(-EINVAL, vcard_memory_take(2, 0, &byte, 1));
-    EXPECT_EQ(-EINVAL, vcard_memory_clear(2, 0));
-    EXPECT_EQ(-EINVAL, vcard_set_sink_file(2, 0, VCARD_FILE_WAV, ""));
-    ASSERT_EQ(0, AddPcm(Desc(2, 1, VCARD_CAPTURE, 1, 2, 8000, 48000)));
-    EXPECT_EQ(-ENOENT, vcard_set_sink_memory(2, 1, 0));
-    EXPECT_STREQ("card 2 device 1 playback: no such virtual PCM", vcard_last_error());
-    EXPECT_EQ(-ENOENT, vcard_set_source_pattern(2, 0));
-}
-
 // 16-bit PCM for S16_LE (libsndfile reads it back as level x 65536), 32-bit for code 7;
 // finished by pcm_close.
 TEST_F(PlaybackSinkTest, WavSinkHasThePcmRateChannelsAndSamples) {
@@ -105,30 +79,6 @@ TEST_F(PlaybackSinkTest, WavSinkHasThePcmRateChannelsAndSamples) {
         EXPECT_EQ(SF_FORMAT_WAV | format, info.format);
         EXPECT_EQ(samples, read) << name;
     }
-}
-
-TEST_F(PlaybackSinkTest, RawSinkHoldsTheBytesOfTheLastOpening) {
-    std::string path = Path("out.raw");
-    ASSERT_EQ(0, vcard_set_sink_file(2, 0, VCARD_FILE_RAW, path.c_str()));
-    for (const auto& samples : {std::vector<int16_t>{9, 9, 9, 9}, std::vector<int16_t>{1, -1, 2}}) {
-        PcmHandle handle(2, 0, PCM_OUT, Config(1, 16000, 4));
-        Write(handle.get(), Le16(samples));
-    }
-    EXPECT_EQ(Le16({1, -1, 2}), audiomw_test::ReadFileBytes(path));
-}
-
-TEST_F(PlaybackSinkTest, SinkFileThatCannotBeCreatedRefusesTheOpen) {
-    std::string path = Path("no/such/dir/out.raw");
-    std::string error = "card 2 device 0 playback: cannot create sink file '" + path + "': ";
-    ASSERT_EQ(0, vcard_set_sink_file(2, 0, VCARD_FILE_RAW, path.c_str()));
-    PcmHandle raw(2, 0, PCM_OUT, Config(1, 16000, 4));
-    EXPECT_EQ(0, pcm_is_ready(raw.get()));
-    EXPECT_EQ(error + "No such file or directory", raw.Error());
-    ASSERT_EQ(0, vcard_set_sink_file(2, 0, VCARD_FILE_WAV, path.c_str()));
-    PcmHandle wav(2, 0, PCM_OUT, Config(1, 16000, 4));
-    EXPECT_EQ(0, pcm_is_ready(wav.get()));
-    EXPECT_EQ(0u, wav.Error().find(error)) << wav.Error();
-    EXPECT_EQ(0, Counters(2, 0, VCARD_PLAYBACK).is_open);
 }
 
 }  // namespace
