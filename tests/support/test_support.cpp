@@ -154,57 +154,9 @@ std::vector<LogLine> LogCapture::Lines() const {
     return m_lines;
 }
 
-std::vector<std::string> LogCapture::Messages() const {
-    std::vector<std::string> out;
-    for (const auto& l : Lines()) {
-        out.push_back(StripPrefix(l.text));
-    }
-    return out;
-}
-
-int LogCapture::Count(int level, const std::string& message) const {
-    int n = 0;
-    for (const auto& l : Lines()) {
-        if (l.level == level && StripPrefix(l.text) == message) {
-            n++;
-        }
-    }
-    return n;
-}
-
-int LogCapture::CountContaining(const std::string& fragment) const {
-    int n = 0;
-    for (const auto& l : Lines()) {
-        if (StripPrefix(l.text).find(fragment) != std::string::npos) {
-            n++;
-        }
-    }
-    return n;
-}
-
-int LogCapture::IndexOf(const std::string& message, int from) const {
-    auto lines = Messages();
-    for (int i = from; i < static_cast<int>(lines.size()); i++) {
-        if (lines[i] == message) {
-            return i;
-        }
-    }
-    return -1;
-}
-
 void LogCapture::Clear() {
     std::lock_guard<std::mutex> lock(m_mutex);
     m_lines.clear();
-}
-
-std::string StripPrefix(const std::string& line) {
-    if (line.size() > 1 && line[0] == '[') {
-        size_t end = line.find("] ");
-        if (end != std::string::npos) {
-            return line.substr(end + 2);
-        }
-    }
-    return line;
 }
 
 StdoutCapture::StdoutCapture() {

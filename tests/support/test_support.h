@@ -61,21 +61,12 @@ class LogCapture {
     LogCapture& operator=(const LogCapture&) = delete;
 
     std::vector<LogLine> Lines() const;
-    // Messages with the "[func:line] " prefix removed.
-    std::vector<std::string> Messages() const;
-    // Lines whose message (prefix removed) equals `message` and whose level matches.
-    int Count(int level, const std::string& message) const;
-    bool Has(int level, const std::string& message) const { return Count(level, message) > 0; }
-    // Lines whose message contains `fragment`, at any level.
-    int CountContaining(const std::string& fragment) const;
-    // Index of the first line with this message at or after `from`, -1 if none.
-    int IndexOf(const std::string& message, int from = 0) const;
-
     // Every line as a log reader sees it, in order.
     std::vector<Logged> All() const;
     // Lines matching level, prefix function and message exactly.
     int Count(const Logged& line) const;
     bool Has(const Logged& line) const { return Count(line) > 0; }
+    // Index of the first matching line at or after `from`, -1 if none.
     int IndexOf(const Logged& line, int from = 0) const;
     // Adds a test failure unless every line appears, in this order (other lines may
     // come between them); the failure lists what was logged.
@@ -89,9 +80,6 @@ class LogCapture {
     mutable std::mutex m_mutex;
     std::vector<LogLine> m_lines;
 };
-
-// Removes a "[func:line] " prefix.
-std::string StripPrefix(const std::string& line);
 
 // Redirects standard output (fd 1) into a file until Stop() or destruction.
 class StdoutCapture {
