@@ -1,5 +1,5 @@
 // Shared set-up of the tinyalsa tests: an empty set of virtual cards per test, a
-// scratch directory for files, and short-hands for descriptions, configurations and I/O.
+// scratch root, and short-hands for descriptions, configurations and reads.
 #ifndef AUDIOMW_TESTS_TINYALSA_VCARD_FIXTURE_H
 #define AUDIOMW_TESTS_TINYALSA_VCARD_FIXTURE_H
 
@@ -62,16 +62,11 @@ inline vcard_counters Counters(unsigned int card, unsigned int device, vcard_dir
     return counters;
 }
 
-// Reads `frames` frames and returns their bytes; writes whole frames of `bytes`.
+// Reads `frames` frames and returns their bytes.
 inline std::vector<uint8_t> Read(pcm* handle, unsigned int frames) {
     std::vector<uint8_t> bytes(pcm_frames_to_bytes(handle, frames), 0xAA);
     EXPECT_EQ(static_cast<int>(frames), pcm_readi(handle, bytes.data(), frames)) << pcm_get_error(handle);
     return bytes;
-}
-
-inline void Write(pcm* handle, const std::vector<uint8_t>& bytes) {
-    unsigned int frames = pcm_bytes_to_frames(handle, static_cast<unsigned int>(bytes.size()));
-    EXPECT_EQ(static_cast<int>(frames), pcm_writei(handle, bytes.data(), frames)) << pcm_get_error(handle);
 }
 
 // Little-endian bytes of 16-bit or 32-bit samples.
@@ -93,8 +88,6 @@ class VcardTest : public ::testing::Test {
   protected:
     void SetUp() override { vcard_reset(); }
     void TearDown() override { vcard_reset(); }
-    std::string Path(const std::string& name) const { return root.Path("/tmp/" + name); }
-
     audiomw_test::ScratchRoot root;
 };
 
