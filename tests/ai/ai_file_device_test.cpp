@@ -161,20 +161,6 @@ TEST_F(AiFileTest, MissingFileAtSetCfgKeepsTheCurrentFilePlaying) {
     EXPECT_EQ(9, got.s32Volume);
 }
 
-TEST_F(AiFileTest, SameFileWithANewVolumeRestartsAfterAFreshLeadIn) {
-    Bytes file = MakePattern(2, 100);
-    std::string path = WriteInput(file);
-    CreateAndOpen(path);
-    SkipLeadIn(100);
-    Read(100);
-    AI_ATTR_S again = FileAiAttr(path);
-    again.s32Volume = 5;
-    ASSERT_EQ(0, AUDIO_AI_SetAttr(0, &again));
-    EXPECT_EQ(1, AUDIO_AI_isOpen(0));
-    SkipLeadIn(100);
-    EXPECT_EQ(Bytes(file.begin(), file.begin() + 100), Read(100));
-}
-
 TEST_F(AiFileTest, CloseAndOpenReplayTheFileWithoutNewLeadIn) {
     Bytes file = MakePattern(2, 50);  // 200 bytes
     CreateAndOpen(WriteInput(file));

@@ -150,14 +150,4 @@ TEST_F(AiRegistryTest, SetEnableAndSetVolumeGoThroughSetCfg) {
     EXPECT_EQ(0, AUDIO_AI_isEnabled(4));
 }
 
-TEST_F(AiRegistryTest, RecommendedSizeUsesUnsigned32BitArithmetic) {
-    AI_ATTR_S a = FileAiAttr("", false, 8, 0x10000000);
-    ASSERT_EQ(0, AUDIO_AI_Create(7, &a));
-    // 8 * 2^28 * 2 wraps to 0 in 32 bits.
-    EXPECT_EQ(0, AUDIO_AI_GetRecommendReadBufferSize(7));
-    AI_ATTR_S b = FileAiAttr("", false, 3, 0x20000001);
-    ASSERT_EQ(0, AUDIO_AI_SetAttr(7, &b));
-    EXPECT_EQ(static_cast<int>(3u * 0x20000001u * 2u), AUDIO_AI_GetRecommendReadBufferSize(7));
-}
-
 }  // namespace

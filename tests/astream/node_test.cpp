@@ -124,40 +124,6 @@ TEST_F(NodeTest, ChannelProcessVectors) {
     }
 }
 
-// Split and then merge with the same record give the buffer back, for every valid record
-// of several channel counts, wherever the intermediate result lay.
-TEST_F(NodeTest, SplitThenMergeIsIdentity) {
-    std::mt19937 rng(7);
-    for (int chn : {1, 2, 3, 4, 7, 8, 12, 20}) {
-        const uint32_t frames = 1 + rng() % 40;
-        for (int o = 0; o < chn; o++) {
-            for (int a = 0; o + a <= chn; a++) {
-                for (int b = (a == 0 ? 1 : 0); o + a + b <= chn; b++) {
-                    SCOPED_TRACE(testing::Message() << "C=" << chn << " o=" << o << " a=" << a << " b=" << b);
-                    FakeStream s(chn, frames);
-                    auto split = BuildNode(s, SplitAttr(o, a, b));
-                    auto merge = BuildNode(s, MergeAttr(o, a, b));
-                    ASSERT_TRUE(split && merge);
-                    Samples orig(s.h.u32BufLen / 2);
-                    for (auto& x : orig) {
-                        x = static_cast<int16_t>(rng());
-                    }
-                    Samples b1 = orig, b2(orig.size(), kStale);
-                    char* pIn = P(b1);
-                    char* pOut = P(b2);
-                    bool inPlace = false;
-                    ASSERT_EQ(0, split->process(pIn, pOut, inPlace));
-                    if (!inPlace) {
-                        std::swap(pIn, pOut);
-                    }
-                    ASSERT_EQ(0, merge->process(pIn, pOut, inPlace));
-                    ASSERT_EQ(0, std::memcmp(orig.data(), inPlace ? pIn : pOut, s.h.u32BufLen));
-                }
-            }
-        }
-    }
-}
-
 // A refused record: init logs why and fails, the node is kept disabled, and process, even
 // forced on, touches neither buffer (ASan: nor anything outside them) nor the dump file.
 TEST_F(NodeTest, RecordsOutsideTheBuffersAreRefused) {

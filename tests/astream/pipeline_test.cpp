@@ -83,19 +83,6 @@ TEST_F(PipelineTest, NodeWhoseInitFailsIsKept) {
     EXPECT_FALSE(audiomw_test::FileExists(missing));
 }
 
-TEST_F(PipelineTest, TeardownDestroysInListOrder) {
-    FakeStream s(2, 4, 1);
-    ASTREAM_ATTR_S a = StreamAttr(0, 1, {DumpAttr(p1, 0, 1), SwapAttr({1, 0}), DumpAttr(p2, 1, 1)});
-    ASSERT_EQ(0, AUDIO_ASTREAM_InitPipeline(&s.h, &a));
-    log.Clear();
-    EXPECT_EQ(0, AUDIO_ASTREAM_DestroyPipeline(&s.h));
-    EXPECT_TRUE(s.h.lstNode.empty());
-    EXPECT_EQ(
-        (std::vector<Logged>{
-            Closed(p1), Closed(p2), {6, "AUDIO_ASTREAM_DestroyPipeline", "ASTREAM[1] pipeline destroyed"}}),
-        log.All());
-}
-
 // The worker job run directly over buffers A and B: out-of-place nodes exchange them,
 // disabled nodes are skipped silently, a failing node is reported and the chain goes on.
 TEST_F(PipelineTest, WorkerJobPassesTheBuffersAlongTheChain) {

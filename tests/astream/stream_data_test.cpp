@@ -150,11 +150,4 @@ TEST_F(StreamDataTest, FourWorkersKeepEveryPeriodWhole) {
               Sorted(Periods(ReadFileBytes(GroupDump()), kPeriodSamples / 2, total), filler));
 }
 
-// Without enableDumpNode the dump files exist and stay empty while periods flow.
-TEST_F(StreamDataTest, DumpsStayEmptyUntilEnabled) {
-    Run(2, false, 0);
-    EXPECT_EQ(0, FileSize(FullDump()));
-    EXPECT_EQ(0, FileSize(GroupDump()));
-}
-
 }  // namespace

@@ -68,31 +68,6 @@ class OutputStreamTest : public audiomw_test::AoTest {
     }
 };
 
-TEST_F(OutputStreamTest, SplitChannelReachesTheCardExactly) {
-    const int periods = 10;
-    Bytes file = audiomw_test::MakePattern(2, kFrames * periods, 7);
-    AddFileAi(0, file, 2);
-    AddAo(0, 1);
-    StartStream(0, 0, {astream_test::SplitAttr(0, 1, 1), OutputAttr(0, 1, 1)});
-
-    const size_t period = kFrames * 2;
-    const size_t want = (kLeadBlocks + periods + 2) * period;
-    ASSERT_TRUE(audiomw_test::WaitFor([&] { return SinkBytes(10, 0).size() >= want; }));
-    ASSERT_EQ(0, AUDIO_ASTREAM_Stop(0));
-
-    Bytes expected(kLeadBlocks * period, 0xA5);
-    std::vector<int16_t> samples = audiomw_test::ToSamples(file);
-    for (size_t f = 0; f < samples.size() / 2; f++) {
-        Bytes b = audiomw_test::ToBytes({samples[2 * f + 1]});
-        expected.insert(expected.end(), b.begin(), b.end());
-    }
-    Bytes sink = SinkBytes(10, 0);
-    ASSERT_GE(sink.size(), expected.size());
-    EXPECT_EQ(expected, Bytes(sink.begin(), sink.begin() + static_cast<long>(expected.size())));
-    EXPECT_EQ(Bytes(sink.size() - expected.size(), 0xA5),
-              Bytes(sink.begin() + static_cast<long>(expected.size()), sink.end()));
-}
-
 TEST_F(OutputStreamTest, LineInToggledFromAnotherThreadWhileTwoStreamsRun) {
     root.SetMarker("/var/recordoutput");
     AddFileAi(0, audiomw_test::MakePattern(2, kFrames * 50, 1), 2);
