@@ -1,5 +1,5 @@
-// Output nodes inside running streams: the bytes a card receives through a whole
-// stream, and the line-in state changed from other threads while workers process.
+// Output nodes inside running streams: the line-in state changed from other threads
+// while workers process.
 #include <tinyalsa/vcard.h>
 
 #include <atomic>
@@ -18,7 +18,6 @@ using audiomw_test::SinkBytes;
 using Bytes = std::vector<uint8_t>;
 
 constexpr uint32_t kFrames = 160;
-constexpr int kLeadBlocks = 48;
 
 ASTREAM_NODE_ATTR_S OutputAttr(int ao, int offset, int count, int source = -1) {
     ASTREAM_NODE_ATTR_S a = astream_test::NodeAttr(ASTREAM_NODE_TYPE_E_OUTPUT);
