@@ -3,9 +3,9 @@
 #   exported: the demangled list of defined dynamic symbols equals the checked-in list;
 #   imported: the undefined dynamic symbols, less those of the C and C++ runtime (libc,
 #             libm, pthread, libstdc++, libgcc: versioned GLIBC_*, GLIBCXX_*, CXXABI_*,
-#             GCC_*), the unversioned toolchain hooks (__gmon_start__, _ITM_*) and a
-#             sanitizer runtime's entry points, equal the checked-in list, and none of
-#             them is defined by the library itself.
+#             GCC_*), the unversioned toolchain hooks (__gmon_start__, _ITM_*) and, in
+#             a sanitizer build, what the sanitizer runtime defines, equal the
+#             checked-in list, and none of them is defined by the library itself.
 # Usage: check_symbols.sh NM LIB exported|imported LIST
 set -euo pipefail
 nm_tool=$1 lib=$2 mode=$3 list=$4
@@ -25,6 +25,14 @@ imported)
   hooks='^(__gmon_start__|_ITM_[A-Za-z]+|__(asan|tsan|ubsan|lsan|sanitizer)_.*)$'
   actual=$("$nm_tool" -D --undefined-only -C -j "$lib" | grep -Ev "$runtime" | sed 's/@.*//' |
     grep -Ev "$hooks" | LC_ALL=C sort -u)
+  # A sanitizer runtime intercepts C and C++ runtime functions: linked against it, the
+  # library imports them unversioned. Those the runtime defines are not the library's own.
+  if "$nm_tool" -D --undefined-only -j "$lib" | grep -Eq '^__(asan|tsan)_init'; then
+    for rt in $(ldd "$lib" | awk '/lib(asan|tsan|ubsan)\.so/ { print $3 }'); do
+      actual=$(comm -23 <(echo "$actual") <("$nm_tool" -D --defined-only -C -j "$rt" | sed 's/@.*//' |
+        LC_ALL=C sort -u))
+    done
+  fi
   defined=$("$nm_tool" -D --defined-only -C -j "$lib" | LC_ALL=C sort -u)
   carried=$(comm -12 <(echo "$expected") <(echo "$defined"))
   if [ "$expected" != "$actual" ] || [ -n "$carried" ]; then
