@@ -13,6 +13,7 @@
 
 #include "audio_ai.h"
 #include "audio_astream.h"
+#include "../astream/astream_test_util.h"
 #include "alloc/alloc_counter.h"
 #include "test_support.h"
 
@@ -39,22 +40,13 @@ bool WaitForSize(const std::string& path, long bytes) {
     return false;
 }
 
-ASTREAM_NODE_ATTR_S Node(ASTREAM_NODE_TYPE_E type) {
-    ASTREAM_NODE_ATTR_S a;
-    std::memset(&a, 0, sizeof(a));
-    a.eType = type;
-    return a;
-}
-
 // No log capture here: its sink stores lines in strings. Log lines go to standard error.
 class AllocTest : public ::testing::Test {
   protected:
     void TearDown() override {
         audiomw_test::AllocCounterDisarm();
         AUDIO_ASTREAM_Destroy(0);
-        AUDIO_AI_Close(0);
-        AUDIO_AI_SetEnable(0, ZN_FALSE);
-        AUDIO_AI_Destroy(0);
+        astream_test::DropAi(0);
     }
 
     // Runs a stream of `workers` until its dump holds `periods` periods, counting every
@@ -63,32 +55,13 @@ class AllocTest : public ::testing::Test {
         const std::string in = root.Dir() + "/in.pcm";
         const std::string dump = root.Dir() + "/d.pcm";
         audiomw_test::WriteFileBytes(in, audiomw_test::MakePattern(kChn, 100 * kFrames));
-        AI_ATTR_S ai;
-        std::memset(&ai, 0, sizeof(ai));
-        ai.eType = AI_DEV_TYPE_FILE;
-        std::strncpy(ai.acFilePath, in.c_str(), sizeof(ai.acFilePath) - 1);
-        ai.eSampleRate = AI_SAMPLE_RATE_16000;
-        ai.s32Channel = kChn;
-        ai.s32FrameLen = kFrames;
+        AI_ATTR_S ai = astream_test::FileAi(in, kChn, kFrames);
         EXPECT_EQ(0, AUDIO_AI_Create(0, &ai));
-
-        ASTREAM_ATTR_S attr;
-        attr.s32AiId = 0;
-        attr.s32WorkerNum = workers;
-        ASTREAM_NODE_ATTR_S swap = Node(ASTREAM_NODE_TYPE_E_SWAP);
-        for (int i = 0; i < kChn; i++) {
-            swap.unAttr.stSwap.as32Map[i] = kChn - 1 - i;
-        }
-        ASTREAM_NODE_ATTR_S split = Node(ASTREAM_NODE_TYPE_E_SPLIT);
-        split.unAttr.stSplit = {0, 2, 2};
-        ASTREAM_NODE_ATTR_S mixin = Node(ASTREAM_NODE_TYPE_E_MIXIN);
-        mixin.unAttr.stMixin = {0, 1, 2};
-        ASTREAM_NODE_ATTR_S merge = Node(ASTREAM_NODE_TYPE_E_MERGE);
-        merge.unAttr.stMerge = {0, 2, 2};
-        ASTREAM_NODE_ATTR_S dumpNode = Node(ASTREAM_NODE_TYPE_E_DEBUG_DUMP);
-        std::strncpy(dumpNode.unAttr.stDump.acPath, dump.c_str(), sizeof(dumpNode.unAttr.stDump.acPath) - 1);
-        dumpNode.unAttr.stDump.s32ChnCnt = kChn;
-        attr.lstNodeAttr = {swap, split, mixin, merge, dumpNode};
+        ASTREAM_ATTR_S attr =
+            astream_test::StreamAttr(0, workers,
+                                     {astream_test::SwapAttr({3, 2, 1, 0}), astream_test::SplitAttr(0, 2, 2),
+                                      astream_test::MixinAttr(0, 1, 2), astream_test::MergeAttr(0, 2, 2),
+                                      astream_test::DumpAttr(dump, 0, kChn)});
         EXPECT_EQ(0, AUDIO_ASTREAM_Create(0, &attr));
         EXPECT_EQ(0, AUDIO_ASTREAM_enableDumpNode(0, ZN_TRUE));
         root.SetMarker("/var/debugnodeprocess");  // the per-node marker test runs too
