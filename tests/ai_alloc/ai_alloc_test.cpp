@@ -30,6 +30,10 @@ struct AllocCase {
     const char* marker;  // a marker present throughout, or ""
 };
 
+void PrintTo(const AllocCase& c, std::ostream* os) {
+    *os << c.name;
+}
+
 class AiAllocTest : public CaptureTest, public ::testing::WithParamInterface<AllocCase> {};
 
 TEST_P(AiAllocTest, ReadsAllocateNothing) {

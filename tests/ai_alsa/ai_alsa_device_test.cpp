@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "ai_capture_util.h"
+#include "pcm_handle_count.h"
 
 namespace {
 
@@ -91,6 +92,10 @@ const InitCase kInitCases[] = {
 };
 // clang-format on
 
+void PrintTo(const InitCase& c, std::ostream* os) {
+    *os << c.name;
+}
+
 class AlsaInitTest : public CaptureTest, public ::testing::WithParamInterface<InitCase> {};
 
 // The 16-bit view of the slot card's frames: each 32-bit slot is (0, pattern sample).
@@ -105,6 +110,7 @@ Bytes SlotBlocks(int frames, int blocks) {
 
 TEST_P(AlsaInitTest, NegotiatesLogsAndDelivers) {
     const InitCase& c = GetParam();
+    const int handles = LivePcmHandles();
     LoadCards(std::string("pcm dir=capture source=pattern ") + c.pcm);
     AI_ATTR_S attr = c.attr;
     ASSERT_EQ(0, AUDIO_AI_Create(0, &attr));
@@ -117,6 +123,7 @@ TEST_P(AlsaInitTest, NegotiatesLogsAndDelivers) {
     log.Clear();
     if (c.model == kRefused) {
         EXPECT_EQ(0, n.is_open);
+        EXPECT_EQ(handles, LivePcmHandles());  // a refused pcm_open's handle is closed too
         EXPECT_EQ(-1, AUDIO_AI_Open(0));
         EXPECT_EQ(-1, Read(0, 4096).rc);
         EXPECT_EQ(-1, AUDIO_AI_GetUnderRunState(0));
@@ -151,6 +158,10 @@ TEST_P(AlsaInitTest, NegotiatesLogsAndDelivers) {
                                                                 attr.eSampleRate, attr.s32FrameLen, blocks);
     EXPECT_EQ(want_bytes, all);
     ExpectLog(log, {{6, "open", "AI[0] Alsa " + std::to_string(card) + ":" + std::to_string(dev) + " "}});
+    EXPECT_EQ(handles + 1, LivePcmHandles());
+    EXPECT_EQ(0, AUDIO_AI_Close(0));
+    EXPECT_EQ(0, AUDIO_AI_SetEnable(0, ZN_FALSE));
+    EXPECT_EQ(handles, LivePcmHandles());
 }
 
 INSTANTIATE_TEST_SUITE_P(Cards, AlsaInitTest, ::testing::ValuesIn(kInitCases),
@@ -179,6 +190,7 @@ TEST_F(AlsaAiTest, PrepareFaults) {
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.prepare);
+        const int handles = LivePcmHandles();
         vcard_reset();
         LoadCards(std::string("pcm card=0 dir=capture channels=2 rates=16000 prepare=") + row.prepare);
         AI_ATTR_S attr = AlsaAi(0, 0, 16000, 2, 160);
@@ -191,6 +203,7 @@ TEST_F(AlsaAiTest, PrepareFaults) {
         ExpectLog(log, row.lines);
         EXPECT_EQ(0, AUDIO_AI_Close(0));
         EXPECT_EQ(0, AUDIO_AI_SetEnable(0, ZN_FALSE));
+        EXPECT_EQ(handles, LivePcmHandles());  // the unready handle is closed by destroy
         EXPECT_EQ(0, AUDIO_AI_Destroy(0));
     }
 }
