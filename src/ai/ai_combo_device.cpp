@@ -1,10 +1,12 @@
 // AI_COMBO_DEVICE_S: member checks and enabling in init (with the unwind on a
 // mismatch), members opened, closed, disabled and read in list order.
 //
-// Member locks nest inside the combo's lock, so a combo that reached itself through its
-// members would lock its own mutex again. init refuses such lists by walking the
-// members' attribute records (no lock taken); at run time a per-thread mark of the
-// combos at work keeps every operation from calling back into one of them.
+// Member locks nest inside the combo's lock, so combos that reach each other through
+// their members could lock in two orders, or a combo its own mutex twice. init refuses
+// such lists by walking the members' attribute records (no lock taken), and a combo
+// never calls a member that is a combo without a successful init. Every loop of combos
+// holds such a combo (the last one to init saw the loop), so no call chain comes back
+// to a combo and member locks are always taken in one order.
 #include "ai_combo_device.h"
 
 #include <climits>
@@ -17,9 +19,6 @@ using audiomw::StoreRelaxed;
 
 namespace {
 
-// One bit per AI id: the combos whose operations run on this thread right now.
-thread_local unsigned int tls_u32BusyCombos = 0;
-
 bool ValidId(int id) {
     return static_cast<unsigned int>(id) < AUDIO_AI_MAX_NUM;
 }
@@ -28,21 +27,12 @@ unsigned int IdBit(int id) {
     return ValidId(id) ? 1u << id : 0u;
 }
 
-// Marks a combo busy on this thread for the lifetime of one of its operations.
-class BusyScope {
-  public:
-    explicit BusyScope(int id) : m_u32Saved(tls_u32BusyCombos) { tls_u32BusyCombos |= IdBit(id); }
-    ~BusyScope() { tls_u32BusyCombos = m_u32Saved; }
-    BusyScope(const BusyScope&) = delete;
-    BusyScope& operator=(const BusyScope&) = delete;
-
-  private:
-    unsigned int m_u32Saved;
-};
-
-// A member that is a combo already at work on this thread is never called again.
+// Whether a combo may call member `id`: any AI but a combo whose init failed or has
+// not run (its list may lead back to the caller).
 bool Callable(int id) {
-    return (tls_u32BusyCombos & IdBit(id)) == 0;
+    const AI_COMBO_DEVICE_S* pCombo =
+        ValidId(id) ? dynamic_cast<AI_COMBO_DEVICE_S*>(gs_pAiHandler[id]) : nullptr;
+    return pCombo == nullptr || audiomw::LoadRelaxed(pCombo->bHasInit) != 0;
 }
 
 // Members in use: the first s32AiCnt ids, never more than the record holds.
@@ -114,6 +104,7 @@ bool ValidMembers(const AI_COMBO_DEVICE_S* pDev) {
     return true;
 }
 
+// Members a combo may call (see Callable); a member combo without init is left alone.
 void DisableMembers(const AI_ATTR_S& a) {
     for (int i = 0; i < MemberCount(a); ++i) {
         if (Callable(Member(a, i))) {
@@ -168,7 +159,6 @@ AI_COMBO_DEVICE_S::AI_COMBO_DEVICE_S() {}
 AI_COMBO_DEVICE_S::~AI_COMBO_DEVICE_S() {}
 
 int AI_COMBO_DEVICE_S::init() {
-    BusyScope busy(s32Id);
     stAttr.s32Channel = 0;
     if (!ValidMembers(this)) {
         return -1;
@@ -186,7 +176,6 @@ int AI_COMBO_DEVICE_S::init() {
 }
 
 int AI_COMBO_DEVICE_S::destroy() {
-    BusyScope busy(s32Id);
     StoreRelaxed(bHasInit, 0u);
     DisableMembers(stAttr);
     return 0;
@@ -195,7 +184,6 @@ int AI_COMBO_DEVICE_S::destroy() {
 // Always 0: a member that does not open leaves all members closed and the combo not
 // open, which AUDIO_AI_isOpen tells.
 int AI_COMBO_DEVICE_S::open() {
-    BusyScope busy(s32Id);
     for (int i = 0; i < MemberCount(stAttr); ++i) {
         const int m = Member(stAttr, i);
         if (!Callable(m) || AUDIO_AI_Open(m) != 0) {
@@ -210,7 +198,6 @@ int AI_COMBO_DEVICE_S::open() {
 }
 
 int AI_COMBO_DEVICE_S::close() {
-    BusyScope busy(s32Id);
     StoreRelaxed(bHasOpen, 0u);
     CloseMembers(stAttr);
     return 0;
@@ -233,11 +220,10 @@ AUDIO_SET_ACTION_E AI_COMBO_DEVICE_S::calActionOnSetCfg(AI_ATTR_S* attr) {
 }
 
 // Members one after the other into the caller's buffer. u32ReadLen is the sum of the
-// members' block sizes whatever their reads gave; a block that would not fit in u32Len
-// is not read.
+// members' block sizes whatever their reads gave; a block that would not fit in u32Len,
+// or of a member combo without init, is not read.
 int AI_COMBO_DEVICE_S::_readFrame(unsigned char* pBuf, unsigned int u32Len, unsigned int& u32ReadLen,
                                   unsigned long long& u64TimeStamp, int) {
-    BusyScope busy(s32Id);
     u32ReadLen = 0;
     unsigned long long u64Offset = 0;
     for (int i = 0; i < MemberCount(stAttr); ++i) {
