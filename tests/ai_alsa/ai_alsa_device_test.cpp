@@ -89,6 +89,14 @@ const InitCase kInitCases[] = {
      {E("AI[0] invalid attributes: rate 16000, channels 0, frame length 160\n")}},
     {"NegativeFrames", "card=0", AlsaAi(0, 0, 16000, 2, -5), kRefused, 0, 0, 0,
      {E("AI[0] invalid attributes: rate 16000, channels 2, frame length -5\n")}},
+    {"BlockTooLarge", "card=0", AlsaAi(0, 0, 16000, 2, 600000000), kRefused, 0, 0, 0,
+     {E("AI[0] invalid attributes: rate 16000, channels 2, frame length 600000000\n")}},
+    {"ResampledPeriodTooLong", "card=0 channels=1 rates=48000", AlsaAi(0, 0, 8000, 1, 400000000), kRefused, 0, 0, 0,
+     {I("AI[0] open channel 1\n"),
+      E("AI[0] period of 400000000 frames at 8000 Hz is too long to resample from 48000 Hz\n")}},
+    {"CardPeriodTooLarge", "card=0 channels=4 rates=16000", AlsaAi(0, 0, 16000, 1, 300000000), kRefused, 0, 0, 0,
+     {I("AI[0] enable rematrix for convert channel 4=>1 \n"), I("AI[0] open rate 16000 at period_size 300000000\n"),
+      E("AI[0] card period of 300000000 frames x 4 channels is too large\n")}},
 };
 // clang-format on
 

@@ -55,6 +55,9 @@ TEST_F(ComboTest, TwoAndFourChannelsMakeOneBuffer) {
         want.insert(want.end(), second.begin(), second.end());
         EXPECT_EQ(want, r.data);
     }
+    ReadResult shorter = Read(kCombo, 1000);  // the second block does not fit: not read
+    EXPECT_EQ(1920u, shorter.len);
+    EXPECT_EQ(Bytes(360, 0xEE), Bytes(shorter.data.begin() + 640, shorter.data.end()));
     EXPECT_EQ(0, AUDIO_AI_Close(kCombo));
     EXPECT_EQ(0, AUDIO_AI_isOpen(0) + AUDIO_AI_isOpen(1));
     EXPECT_EQ(0, AUDIO_AI_SetEnable(kCombo, ZN_FALSE));
@@ -74,6 +77,8 @@ TEST_F(ComboTest, FailingMemberUnwindsAll) {
         {AlsaAi(0, 1, 16000, 2, 320),
          {3, "init", "params of AI[1] not match with Combo AI[3], 16000 <=> 16000, 160 <=> 320"}},
         {AlsaAi(5, 0, 16000, 2, 160, false), {3, "init", "ComboAI[3] enable AI[1] failed\n"}},
+        {AlsaAi(0, 1, 16000, -2, 160, false),
+         {3, "init", "ComboAI[3] cannot add -2 channels of AI[1] to 2\n"}},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.line.message);
