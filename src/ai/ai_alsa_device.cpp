@@ -95,13 +95,15 @@ bool ShellQuote(const char* pcIn, char* pcOut, size_t u32Cap) {
 }
 
 // Card 4: reads the USB id through `cat` and switches "1377:1500" on device 0 to
-// device 1, in `device` and in the attributes.
+// device 1, in `device` and in the attributes. A relative root starting with '-' is
+// given as ./-... so that cat does not take it for an option.
 void ReadUsbId(AI_ALSA_DEVICE_S* pDev, int card, int& device) {
-    char acPath[audiomw::kRootPathMax];
-    char acQuoted[4 * audiomw::kRootPathMax + 3];
+    char acPath[audiomw::kRootPathMax + 2] = {'.', '/'};
+    char acQuoted[4 * sizeof(acPath) + 3];
     char acCmd[sizeof(acQuoted) + 8];
-    if (audiomw::RootPath(kUsbIdPath, acPath, sizeof(acPath)) == nullptr ||
-        !ShellQuote(acPath, acQuoted, sizeof(acQuoted))) {
+    const char* pcJoined = audiomw::RootPath(kUsbIdPath, acPath + 2, sizeof(acPath) - 2);
+    if (pcJoined == nullptr ||
+        !ShellQuote(pcJoined[0] == '-' ? acPath : pcJoined, acQuoted, sizeof(acQuoted))) {
         AUDIO_LOG_OP("init", UTIL_LOG_ERR, "AI[%d] cannot build the command to read %s\n", pDev->s32Id,
                      kUsbIdPath);
         return;

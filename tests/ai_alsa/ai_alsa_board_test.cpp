@@ -181,21 +181,29 @@ TEST_F(AlsaBoardTest, UsbIdSwitch) {
     }
 }
 
-// Roots that a shell would split or run: only cat runs, and the switch still works.
+// Roots that a shell would split or run, or cat take for options: only cat runs, and the
+// switch still works. The roots are relative to the scratch directory, where a command
+// smuggled in would leave its file.
 TEST_F(AlsaBoardTest, UsbIdCommandQuotesTheRoot) {
-    const char* roots[] = {
-        "x'; touch pwned; '",   "with space", "$(touch pwned)", "`touch pwned`", "semi;touch pwned",
-        "quo\"te&touch pwned|", "'",          "new\nline"};
+    const char* roots[] = {"x'; touch pwned; '",
+                           "with space",
+                           "$(touch pwned)",
+                           "`touch pwned`",
+                           "semi;touch pwned",
+                           "quo\"te&touch pwned|",
+                           "'",
+                           "new\nline",
+                           "-n",
+                           "--help"};
     LoadCards("pcm card=4 device=1 dir=capture rates=16000");
     const std::string cwd = std::filesystem::current_path();
     ASSERT_EQ(0, chdir(root.Dir().c_str()));
     for (const char* name : roots) {
         SCOPED_TRACE(name);
-        const std::string dir = root.Dir() + "/" + name;
-        std::filesystem::create_directories(dir + "/proc/asound/card4");
-        WriteFileBytes(dir + "/proc/asound/card4/usbid",
+        std::filesystem::create_directories(std::string(name) + "/proc/asound/card4");
+        WriteFileBytes(std::string(name) + "/proc/asound/card4/usbid",
                        Bytes{'1', '3', '7', '7', ':', '1', '5', '0', '0', '\n'});
-        ASSERT_EQ(0, AUDIO_EXT_SetRootDir(dir.c_str()));
+        ASSERT_EQ(0, AUDIO_EXT_SetRootDir(name));
         AI_ATTR_S attr = AlsaAi(4, 0, 16000, 2, 160);
         ASSERT_EQ(0, AUDIO_AI_Create(0, &attr));
         AI_ATTR_S got;
@@ -204,8 +212,8 @@ TEST_F(AlsaBoardTest, UsbIdCommandQuotesTheRoot) {
         EXPECT_EQ(1, AUDIO_AI_isInitd(0));
         AUDIO_AI_SetEnable(0, ZN_FALSE);
         AUDIO_AI_Destroy(0);
-        EXPECT_FALSE(FileExists(root.Dir() + "/pwned"));
-        EXPECT_FALSE(FileExists(dir + "/pwned"));
+        EXPECT_FALSE(FileExists("pwned"));
+        EXPECT_FALSE(FileExists(std::string(name) + "/pwned"));
     }
     ASSERT_EQ(0, chdir(cwd.c_str()));
 }
