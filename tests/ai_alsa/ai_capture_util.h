@@ -6,6 +6,7 @@
 #include <samplerate.h>
 #include <tinyalsa/vcard.h>
 
+#include <climits>
 #include <cstring>
 #include <sstream>
 #include <string>
@@ -31,14 +32,16 @@ inline AI_ATTR_S AlsaAi(int card, int device, int rate, int channels, int frames
     return a;
 }
 
-inline AI_ATTR_S ComboAi(std::vector<int> ids, int rate = 16000, int frames = 160, int count = -100) {
+constexpr int kCountOfIds = INT_MIN;  // ComboAi: s32AiCnt = number of ids given
+
+inline AI_ATTR_S ComboAi(std::vector<int> ids, int rate = 16000, int frames = 160, int count = kCountOfIds) {
     AI_ATTR_S a;
     std::memset(&a, 0, sizeof(a));
     a.eType = AI_DEV_TYPE_COMBO;
     for (size_t i = 0; i < ids.size() && i < AUDIO_AI_COMBO_MAX_NUM; ++i) {
         a.stComboDev.as32AiId[i] = ids[i];
     }
-    a.stComboDev.s32AiCnt = count == -100 ? static_cast<int>(ids.size()) : count;
+    a.stComboDev.s32AiCnt = count == kCountOfIds ? static_cast<int>(ids.size()) : count;
     a.bEnable = ZN_TRUE;
     a.eSampleRate = static_cast<tagAI_SAMPLE_RATE_E>(rate);
     a.s32FrameLen = frames;
