@@ -7,8 +7,8 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/deps.sh
 cmake --preset default >/dev/null
-cmake --build --preset default --target bench_convert bench_astream bench_ao
-for program in bench_convert bench_astream bench_ao; do
+cmake --build --preset default --target bench_convert bench_astream bench_ao bench_ai
+for program in bench_convert bench_astream bench_ao bench_ai; do
   echo "=== $program ==="
   build/default/bin/$program --benchmark_counters_tabular=true "$@" 2>/dev/null
 done

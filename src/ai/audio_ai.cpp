@@ -3,6 +3,8 @@
 #include <cstring>
 #include <new>
 
+#include "ai_alsa_device.h"
+#include "ai_combo_device.h"
 #include "ai_file_device.h"
 #include "audio_ai.h"
 #include "audio_log.h"
@@ -21,10 +23,13 @@ AI_DEVICE_S* Device(int id) {
 }
 
 // A new zeroed device of the class that serves eType, or null for a type without one.
-// Capture cards and combos get their classes with their own devices.
 AI_DEVICE_S* NewDevice(unsigned int eType, bool& bKnownType) {
     bKnownType = true;
     switch (eType) {
+        case AI_DEV_TYPE_ALSA:
+            return new (std::nothrow) AI_ALSA_DEVICE_S();
+        case AI_DEV_TYPE_COMBO:
+            return new (std::nothrow) AI_COMBO_DEVICE_S();
         case AI_DEV_TYPE_FILE:
             return new (std::nothrow) AI_FILE_DEVICE_S();
         default:

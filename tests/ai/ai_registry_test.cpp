@@ -83,17 +83,17 @@ TEST_F(AiRegistryTest, CreateRefusalsLeaveTheSlotAsItWas) {
     AI_DEVICE_S* kept = gs_pAiHandler[5];
     struct Case {
         int id;
-        unsigned int type;  // capture cards (0) and combos (10) are not served by this build
+        unsigned int type;  // 1, 9, 12: codes without a device class
         bool nullAttr;
         std::string line;
     };
     const Case cases[] = {
-        {-1, 1, false, "AI[-1] invalid id, valid ids are 0 to 7."},
-        {8, 1, false, "AI[8] invalid id, valid ids are 0 to 7."},
-        {0, 1, true, "AI[0] attr is null."},
-        {5, 1, false, "AI[5] has been used."},
-        {1, 0, false, "AI[1] for 0 not support yet."},
-        {1, 10, false, "AI[1] for 10 not support yet."},
+        {-1, 2, false, "AI[-1] invalid id, valid ids are 0 to 7."},
+        {8, 2, false, "AI[8] invalid id, valid ids are 0 to 7."},
+        {0, 2, true, "AI[0] attr is null."},
+        {5, 2, false, "AI[5] has been used."},
+        {1, 9, false, "AI[1] for 9 not support yet."},
+        {1, 12, false, "AI[1] for 12 not support yet."},
         {1, 0xFFFFFFFFu, false, "AI[1] for -1 not support yet."},
     };
     for (const Case& c : cases) {

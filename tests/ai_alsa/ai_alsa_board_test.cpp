@@ -1,0 +1,221 @@
+// The board's cards on the ALSA capture device: the line-in check and silencing of card
+// 1, the line-in and USB recordings, and the USB id switch of card 4 with roots that a
+// shell would misread.
+#include <unistd.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "ai_capture_util.h"
+#include "audio_ext.h"
+
+namespace {
+
+using namespace audiomw_test;
+
+// Channel 2 at 30000 in every frame, the other channels the card pattern.
+int HighChannelTwo(void*, void* data, unsigned int frames, unsigned long long first, const pcm_config* cfg) {
+    int16_t* s = static_cast<int16_t*>(data);
+    for (unsigned int f = 0; f < frames; ++f) {
+        for (unsigned int c = 0; c < cfg->channels; ++c) {
+            s[f * cfg->channels + c] = c == 2 ? 30000 : vcard_pattern_sample(c, first + f);
+        }
+    }
+    return 0;
+}
+
+size_t Occurrences(const std::string& text, const std::string& what) {
+    size_t n = 0;
+    for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) {
+        ++n;
+    }
+    return n;
+}
+
+using AlsaBoardTest = CaptureTest;
+
+// Card 1, 320 frames: from the 101st block on, one report a block while channel 2 is
+// high, four in all, made when hits reach 192 of 320; again 100 blocks after a destroy.
+// Channels 2 and 3 are silenced while disconnected; odd counts skip all of it.
+TEST_F(AlsaBoardTest, LineInCheckAndSilencing) {
+    struct Row {
+        int channels;
+        bool connected, zeroed, reports;
+    };
+    const Row rows[] = {{2, false, false, false},
+                        {4, false, true, true},
+                        {4, true, false, true},
+                        {5, false, false, false},
+                        {6, false, true, true}};
+    const Logged report{4, "_readFrame", " LineIn capture error. 192-320, 0.600000 \n"};
+    root.SetMarker("/var/debuglog");
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.channels);
+        vcard_reset();
+        LoadCards("pcm card=1 dir=capture channels=1-8 rates=16000");
+        ASSERT_EQ(0, vcard_set_source_callback(1, 0, HighChannelTwo, nullptr));
+        AI_ATTR_S attr = AlsaAi(1, 0, 16000, row.channels, 320);
+        attr.bLineInConnect = row.connected ? ZN_TRUE : ZN_FALSE;
+        ASSERT_EQ(0, AUDIO_AI_Create(0, &attr));
+        std::vector<int> reportedAt;
+        StdoutCapture out;
+        for (int round = 0; round < 2; ++round) {
+            for (int block = 1; block <= 106; ++block) {
+                int before = log.Count(report);
+                ReadResult r = ReadBlock(0);
+                ASSERT_EQ(0, r.rc);
+                if (log.Count(report) != before) {
+                    reportedAt.push_back(block);
+                }
+                std::vector<int16_t> s = ToSamples(r.data);
+                for (int c = 0; c < row.channels; ++c) {
+                    int16_t capture = c == 2 ? 30000 : vcard_pattern_sample(c, (block - 1) * 320 + 319);
+                    EXPECT_EQ(row.zeroed && (c == 2 || c == 3) ? 0 : capture, s[319 * row.channels + c]);
+                }
+            }
+            AUDIO_AI_SetEnable(0, ZN_FALSE);  // destroy restarts the idle blocks
+            AUDIO_AI_SetEnable(0, ZN_TRUE);
+        }
+        const std::string printed = out.Stop();
+        const std::vector<int> want =
+            row.reports ? std::vector<int>{101, 102, 103, 104, 101, 102, 103, 104} : std::vector<int>{};
+        EXPECT_EQ(want, reportedAt);
+        EXPECT_EQ(want.size(), Occurrences(printed, ": LineIn capture error. 192-320, 0.600000 \n"));
+        EXPECT_EQ(row.channels % 2 ? 0u : 212u,
+                  Occurrences(printed, ": Conn =" + std::to_string(row.connected) + " \n"));
+        EXPECT_EQ(Occurrences(printed, "_readFrame-"), Occurrences(printed, "\n"));
+        AUDIO_AI_SetEnable(0, ZN_FALSE);
+        AUDIO_AI_Destroy(0);
+    }
+}
+
+// A marker starts a new recording of each block as captured (before the line-in
+// silencing); removing it closes the file, re-creating it starts an empty one.
+TEST_F(AlsaBoardTest, Recordings) {
+    struct Row {
+        int card, channels;
+        const char* marker;
+        const char* file;  // "" when the card has no recording
+    };
+    const Row rows[] = {{1, 2, "/var/recordline", "/var/Line.pcm"},
+                        {1, 4, "/var/recordline", "/var/Line.pcm"},
+                        {4, 2, "/var/recorduac", "/var/Uac.pcm"},
+                        {0, 2, "/var/recordline", ""},
+                        {0, 2, "/var/recorduac", ""}};
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.card);
+        vcard_reset();
+        const std::string card = std::to_string(row.card);
+        LoadCards("pcm dir=capture channels=1-8 rates=16000 source=pattern card=" + card);
+        AI_ATTR_S attr = AlsaAi(row.card, 0, 16000, row.channels, 160);
+        ASSERT_EQ(0, AUDIO_AI_Create(0, &attr));
+        const Bytes raw = ExpectedCapture(row.channels, 16000, row.channels, 16000, 160, 5);
+        const size_t block = raw.size() / 5;
+        auto blocks = [&](size_t from, size_t to) {
+            return Bytes(raw.begin() + from * block, raw.begin() + to * block);
+        };
+        // Marker on for blocks 0-1, off at 2 (closes), on for 3, off at 4.
+        std::vector<Bytes> files;
+        std::filesystem::remove(root.Path("/var/Line.pcm"));
+        std::filesystem::remove(root.Path("/var/Uac.pcm"));
+        StdoutCapture out;
+        for (int b = 0; b < 5; ++b) {
+            root.SetMarker(row.marker, b == 0 || b == 1 || b == 3);
+            ReadResult r = ReadBlock(0);
+            if (r.rc != 0 || b % 2 == 0) {
+                files.push_back(r.rc != 0 ? Bytes{1}
+                                          : ReadFileBytes(root.Path(*row.file ? row.file : "/var/x")));
+            }
+        }
+        const std::string printed = out.Stop();
+        const std::vector<Bytes> want = {Bytes(), *row.file ? blocks(0, 2) : Bytes(),
+                                         *row.file ? blocks(3, 4) : Bytes()};
+        EXPECT_EQ(want, files);
+        const std::string saved = "s32FrameLen =160, s32Channel =" + std::to_string(row.channels) +
+                                  ",SaveLen =" + std::to_string(block) + " \n";
+        EXPECT_EQ(*row.file ? 2u : 0u, Occurrences(printed, saved));
+        EXPECT_FALSE(FileExists(root.Path("/var/Line.pcm")) && row.card != 1);
+        EXPECT_FALSE(FileExists(root.Path("/var/Uac.pcm")) && row.card != 4);
+        AUDIO_AI_SetEnable(0, ZN_FALSE);
+        AUDIO_AI_Destroy(0);
+    }
+}
+
+// Card 4 reads its USB id through cat: "1377:1500" on device 0 captures from device 1
+// and says so in the attributes, which a record naming device 0 then changes again.
+TEST_F(AlsaBoardTest, UsbIdSwitch) {
+    struct Row {
+        const char* usbid;  // null: no file
+        int device;
+        const char* printed;
+    };
+    const Row rows[] = {{"1377:1500\n", 1, "init-"},
+                        {"0bda:4014\n", 0, ": card =4,device =0,usdid =0bda:4014\n \n"},
+                        {nullptr, 0, ""}};
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.device);
+        vcard_reset();
+        LoadCards("pcm card=4 dir=capture rates=16000\npcm card=4 device=1 dir=capture rates=16000");
+        const std::string usbid = root.Path("/proc/asound/card4/usbid");
+        std::filesystem::remove(usbid);
+        if (row.usbid != nullptr) {
+            WriteFileBytes(usbid, Bytes(row.usbid, row.usbid + std::strlen(row.usbid)));
+        }
+        AI_ATTR_S attr = AlsaAi(4, 0, 16000, 2, 160);
+        StdoutCapture out;
+        ASSERT_EQ(0, AUDIO_AI_Create(0, &attr));
+        const std::string printed = out.Stop();
+        EXPECT_EQ(*row.printed ? 1u : 0u, *row.printed ? Occurrences(printed, row.printed) : printed.size());
+        AI_ATTR_S got;
+        AUDIO_AI_GetAttr(0, &got);
+        EXPECT_EQ(row.device, got.stAlsaDev.s32DevId);
+        EXPECT_EQ(1, CaptureCounters(4, row.device).is_open);
+        EXPECT_EQ(row.device ? AUDIO_SET_ACTION_E_NEED_DESTROY : AUDIO_SET_ACTION_E_NONE,
+                  gs_pAiHandler[0]->calActionOnSetCfg(&attr));
+        EXPECT_EQ(0, AUDIO_AI_SetAttr(0, &attr));
+        EXPECT_EQ(1, CaptureCounters(4, row.device).is_open);
+        EXPECT_EQ(row.device ? 2u : 1u, CaptureCounters(4, row.device).opens);
+        AUDIO_AI_SetEnable(0, ZN_FALSE);
+        AUDIO_AI_Destroy(0);
+    }
+}
+
+// Roots that a shell would split or run, or cat take for options: only cat runs, and the
+// switch still works. The roots are relative to the scratch directory, where a command
+// smuggled in would leave its file.
+TEST_F(AlsaBoardTest, UsbIdCommandQuotesTheRoot) {
+    const char* roots[] = {"x'; touch pwned; '",
+                           "with space",
+                           "$(touch pwned)",
+                           "`touch pwned`",
+                           "semi;touch pwned",
+                           "quo\"te&touch pwned|",
+                           "'",
+                           "new\nline",
+                           "-n",
+                           "--help"};
+    LoadCards("pcm card=4 device=1 dir=capture rates=16000");
+    const std::string cwd = std::filesystem::current_path();
+    ASSERT_EQ(0, chdir(root.Dir().c_str()));
+    for (const char* name : roots) {
+        SCOPED_TRACE(name);
+        std::filesystem::create_directories(std::string(name) + "/proc/asound/card4");
+        WriteFileBytes(std::string(name) + "/proc/asound/card4/usbid",
+                       Bytes{'1', '3', '7', '7', ':', '1', '5', '0', '0', '\n'});
+        ASSERT_EQ(0, AUDIO_EXT_SetRootDir(name));
+        AI_ATTR_S attr = AlsaAi(4, 0, 16000, 2, 160);
+        ASSERT_EQ(0, AUDIO_AI_Create(0, &attr));
+        AI_ATTR_S got;
+        AUDIO_AI_GetAttr(0, &got);
+        EXPECT_EQ(1, got.stAlsaDev.s32DevId);
+        EXPECT_EQ(1, AUDIO_AI_isInitd(0));
+        AUDIO_AI_SetEnable(0, ZN_FALSE);
+        AUDIO_AI_Destroy(0);
+        EXPECT_FALSE(FileExists("pwned"));
+        EXPECT_FALSE(FileExists(std::string(name) + "/pwned"));
+    }
+    ASSERT_EQ(0, chdir(cwd.c_str()));
+}
+
+}  // namespace

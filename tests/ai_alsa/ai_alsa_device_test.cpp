@@ -1,0 +1,325 @@
+// The ALSA capture device on virtual cards: negotiation and its log lines, the bytes a
+// pattern card delivers through no conversion, rematrix, resampler or both, the failure
+// table driven through the cards' fault plans, timestamps and change verdicts.
+#include <string>
+#include <vector>
+
+#include "ai_capture_util.h"
+#include "pcm_handle_count.h"
+
+namespace {
+
+using namespace audiomw_test;
+
+enum Model { kRefused, kPattern, kSlot };
+
+struct InitCase {
+    const char* name;
+    const char* pcm;  // the capture PCM's keys after "pcm dir=capture source=pattern"
+    AI_ATTR_S attr;
+    Model model;
+    int cardChn, cardRate, period;  // what pcm_open is given when the card opens
+    std::vector<Logged> lines;      // what init logs
+};
+
+Logged I(const char* m) {
+    return {6, "init", m};
+}
+Logged E(const char* m) {
+    return {3, "init", m};
+}
+
+// clang-format off
+const InitCase kInitCases[] = {
+    {"Direct", "card=0 channels=1-8", AlsaAi(0, 0, 16000, 2, 160), kPattern, 2, 16000, 160,
+     {I("AI[0] open channel 2\n"), I("AI[0] open rate 16000 at period_size 160\n"),
+      I("AI[0] Open Alsa 0:0 rate:16000 chn:2 frame:160 format:0")}},
+    {"RematrixTwoToFour", "card=0 channels=1-2 rates=16000", AlsaAi(0, 0, 16000, 4, 160), kPattern, 2, 16000, 160,
+     {I("AI[0] enable rematrix for convert channel 2=>4 \n"), I("AI[0] open rate 16000 at period_size 160\n"),
+      I("AI[0] Open Alsa 0:0 rate:16000 chn:2 frame:160 format:0")}},
+    {"RematrixFourToTwo", "card=0 channels=4-8 rates=8000", AlsaAi(0, 0, 8000, 2, 80), kPattern, 4, 8000, 80,
+     {I("AI[0] enable rematrix for convert channel 4=>2 \n"), I("AI[0] open rate 8000 at period_size 80\n"),
+      I("AI[0] Open Alsa 0:0 rate:8000 chn:4 frame:80 format:0")}},
+    {"Resample48kTo16k", "card=0 channels=2 rates=48000", AlsaAi(0, 0, 16000, 2, 320), kPattern, 2, 48000, 960,
+     {I("AI[0] open channel 2\n"),
+      I("AI[0] enable resample for convert sample rate 48000=>16000, new period_size=960\n"),
+      I("AI[0] Open Alsa 0:0 rate:48000 chn:2 frame:960 format:0")}},
+    {"ResampleFromTopOfRange", "card=0 channels=1 rates=32000-48000", AlsaAi(0, 0, 16000, 1, 160), kPattern, 1,
+     48000, 480,
+     {I("AI[0] open channel 1\n"),
+      I("AI[0] enable resample for convert sample rate 48000=>16000, new period_size=480\n"),
+      I("AI[0] Open Alsa 0:0 rate:48000 chn:1 frame:480 format:0")}},
+    {"RateBelowRange", "card=0 channels=2 rates=44100-48000", AlsaAi(0, 0, 8000, 2, 160), kPattern, 2, 48000, 960,
+     {I("AI[0] open channel 2\n"),
+      I("AI[0] enable resample for convert sample rate 48000=>8000, new period_size=960\n"),
+      I("AI[0] Open Alsa 0:0 rate:48000 chn:2 frame:960 format:0")}},
+    {"RematrixAndResample", "card=0 channels=1-2 rates=48000", AlsaAi(0, 0, 16000, 4, 160), kPattern, 2, 48000, 480,
+     {I("AI[0] enable rematrix for convert channel 2=>4 \n"),
+      I("AI[0] enable resample for convert sample rate 48000=>16000, new period_size=480\n"),
+      I("AI[0] Open Alsa 0:0 rate:48000 chn:2 frame:480 format:0")}},
+    // Card 3 device 0: two 32-bit slots carry the caller's four 16-bit channels.
+    {"SlotCardFour", "card=3 channels=2-4 formats=s32_slot_le", AlsaAi(3, 0, 16000, 4, 160), kSlot, 2, 16000, 160,
+     {I("AI[0] open channel 2\n"), I("AI[0] open rate 16000 at period_size 160\n"),
+      I("AI[0] Open Alsa 3:0 rate:16000 chn:2 frame:160 format:7")}},
+    {"SlotCardThreeRefused", "card=3 channels=2-4 formats=s32_slot_le", AlsaAi(3, 0, 16000, 3, 160), kRefused, 0, 0,
+     0,
+     {I("AI[0] open channel 2\n"), I("AI[0] open rate 16000 at period_size 160\n"),
+      E("AI[0] Alsa 3:0 delivers 8 bytes a frame, the block takes 6\n")}},
+    {"SlotCardTwoRefused", "card=3 channels=1-4 formats=s32_slot_le", AlsaAi(3, 0, 16000, 2, 160), kRefused, 0, 0, 0,
+     {I("AI[0] open channel 2\n"), I("AI[0] open rate 16000 at period_size 160\n"),
+      E("AI[0] Alsa 3:0 delivers 8 bytes a frame, the block takes 4\n")}},
+    {"SlotCardConversionRefused", "card=3 channels=1-2 formats=s32_slot_le", AlsaAi(3, 0, 16000, 4, 160), kRefused,
+     0, 0, 0,
+     {I("AI[0] enable rematrix for convert channel 2=>4 \n"), I("AI[0] open rate 16000 at period_size 160\n"),
+      E("AI[0] Alsa 3:0 delivers 8 bytes a frame, the conversion takes 4\n")}},
+    {"CardThreeOtherDevice", "card=3 device=1 channels=1-4", AlsaAi(3, 1, 16000, 4, 160), kPattern, 4, 16000, 160,
+     {I("AI[0] open channel 4\n"), I("AI[0] open rate 16000 at period_size 160\n"),
+      I("AI[0] Open Alsa 3:1 rate:16000 chn:4 frame:160 format:0")}},
+    {"SlotFormatNotOffered", "card=3 channels=2-4", AlsaAi(3, 0, 16000, 4, 160), kRefused, 0, 0, 0,
+     {I("AI[0] open channel 2\n"), I("AI[0] open rate 16000 at period_size 160\n"),
+      E("AI[0] Open Alsa 3:0 failed. card 3 device 0 capture: format 7 (s32_slot_le) not accepted")}},
+    {"AbsentCard", "card=2 absent=yes", AlsaAi(2, 0, 16000, 2, 160), kRefused, 0, 0, 0,
+     {E("Alsa device 2:0 not exist for AI[0].")}},
+    {"NoSuchCard", "card=2", AlsaAi(9, 0, 16000, 2, 160), kRefused, 0, 0, 0,
+     {E("Alsa device 9:0 not exist for AI[0].")}},
+    {"OpenRefused", "card=0 open-error=\"device is busy\"", AlsaAi(0, 0, 16000, 2, 160), kRefused, 0, 0, 0,
+     {I("AI[0] open channel 2\n"), I("AI[0] open rate 16000 at period_size 160\n"),
+      E("AI[0] Open Alsa 0:0 failed. device is busy")}},
+    {"NoChannels", "card=0", AlsaAi(0, 0, 16000, 0, 160), kRefused, 0, 0, 0,
+     {E("AI[0] invalid attributes: rate 16000, channels 0, frame length 160\n")}},
+    {"NegativeFrames", "card=0", AlsaAi(0, 0, 16000, 2, -5), kRefused, 0, 0, 0,
+     {E("AI[0] invalid attributes: rate 16000, channels 2, frame length -5\n")}},
+    {"BlockTooLarge", "card=0", AlsaAi(0, 0, 16000, 2, 600000000), kRefused, 0, 0, 0,
+     {E("AI[0] invalid attributes: rate 16000, channels 2, frame length 600000000\n")}},
+    {"ResampledPeriodTooLong", "card=0 channels=1 rates=48000", AlsaAi(0, 0, 8000, 1, 400000000), kRefused, 0, 0, 0,
+     {I("AI[0] open channel 1\n"),
+      E("AI[0] period of 400000000 frames at 8000 Hz is too long to resample from 48000 Hz\n")}},
+    {"CardPeriodTooLarge", "card=0 channels=4 rates=16000", AlsaAi(0, 0, 16000, 1, 300000000), kRefused, 0, 0, 0,
+     {I("AI[0] enable rematrix for convert channel 4=>1 \n"), I("AI[0] open rate 16000 at period_size 300000000\n"),
+      E("AI[0] card period of 300000000 frames x 4 channels is too large\n")}},
+};
+// clang-format on
+
+void PrintTo(const InitCase& c, std::ostream* os) {
+    *os << c.name;
+}
+
+class AlsaInitTest : public CaptureTest, public ::testing::WithParamInterface<InitCase> {};
+
+// The 16-bit view of the slot card's frames: each 32-bit slot is (0, pattern sample).
+Bytes SlotBlocks(int frames, int blocks) {
+    std::vector<int16_t> s;
+    for (int16_t v : PatternFrames(2, 0, frames * blocks)) {
+        s.push_back(0);
+        s.push_back(v);
+    }
+    return ToBytes(s);
+}
+
+TEST_P(AlsaInitTest, NegotiatesLogsAndDelivers) {
+    const InitCase& c = GetParam();
+    const int handles = LivePcmHandles();
+    LoadCards(std::string("pcm dir=capture source=pattern ") + c.pcm);
+    AI_ATTR_S attr = c.attr;
+    ASSERT_EQ(0, AUDIO_AI_Create(0, &attr));
+    std::vector<Logged> want = c.lines;
+    want.push_back({6, "AUDIO_AI_Create", "AI[0] create success"});
+    ExpectLog(log, want);
+    const int card = attr.stAlsaDev.s32CardId, dev = attr.stAlsaDev.s32DevId;
+    vcard_counters n = CaptureCounters(card, dev);
+    ASSERT_EQ(c.model != kRefused, AUDIO_AI_isInitd(0) == 1);
+    log.Clear();
+    if (c.model == kRefused) {
+        EXPECT_EQ(0, n.is_open);
+        EXPECT_EQ(handles, LivePcmHandles());  // a refused pcm_open's handle is closed too
+        EXPECT_EQ(-1, AUDIO_AI_Open(0));
+        EXPECT_EQ(-1, Read(0, 4096).rc);
+        EXPECT_EQ(-1, AUDIO_AI_GetUnderRunState(0));
+        ExpectLog(log, {{3, "open", "AI[0] not init"},
+                        {4, "_readFrame", "AI [0] is not ready\n"},
+                        {4, "getUnderRuns", "AI [0] is not ready\n"}});
+        return;
+    }
+    const pcm_config cfg = n.last_config;
+    EXPECT_EQ(unsigned(PCM_IN), n.last_flags);
+    EXPECT_EQ(20u, cfg.period_count);
+    EXPECT_EQ(unsigned(c.cardChn), cfg.channels);
+    EXPECT_EQ(unsigned(c.cardRate), cfg.rate);
+    EXPECT_EQ(unsigned(c.period), cfg.period_size);
+    EXPECT_EQ(c.model == kSlot ? 7 : 0, static_cast<int>(cfg.format));
+    EXPECT_EQ(0u, cfg.start_threshold + cfg.stop_threshold + cfg.silence_threshold + cfg.avail_min);
+    AI_ATTR_S got;
+    AUDIO_AI_GetAttr(0, &got);
+    EXPECT_EQ(c.cardRate == attr.eSampleRate ? 0u : unsigned(c.cardRate), got.stAlsaDev.u32HwRate);
+
+    ASSERT_EQ(0, AUDIO_AI_Open(0));
+    const int blocks = 3;
+    Bytes all;
+    for (int b = 0; b < blocks; ++b) {
+        ReadResult r = ReadBlock(0);
+        ASSERT_EQ(0, r.rc);
+        ASSERT_EQ(r.data.size(), r.len);
+        all.insert(all.end(), r.data.begin(), r.data.end());
+    }
+    const Bytes want_bytes = c.model == kSlot ? SlotBlocks(attr.s32FrameLen, blocks)
+                                              : ExpectedCapture(c.cardChn, c.cardRate, attr.s32Channel,
+                                                                attr.eSampleRate, attr.s32FrameLen, blocks);
+    EXPECT_EQ(want_bytes, all);
+    ExpectLog(log, {{6, "open", "AI[0] Alsa " + std::to_string(card) + ":" + std::to_string(dev) + " "}});
+    EXPECT_EQ(handles + 1, LivePcmHandles());
+    EXPECT_EQ(0, AUDIO_AI_Close(0));
+    EXPECT_EQ(0, AUDIO_AI_SetEnable(0, ZN_FALSE));
+    EXPECT_EQ(handles, LivePcmHandles());
+}
+
+INSTANTIATE_TEST_SUITE_P(Cards, AlsaInitTest, ::testing::ValuesIn(kInitCases),
+                         [](const ::testing::TestParamInfo<InitCase>& i) {
+                             return std::string(i.param.name);
+                         });
+
+using AlsaAiTest = CaptureTest;
+
+// A prepare that fails leaves the device usable or not as the PCM says; an unready one
+// is still released by destroy (ASan checks the handle is freed).
+TEST_F(AlsaAiTest, PrepareFaults) {
+    struct Row {
+        const char* prepare;
+        int rc;
+        std::vector<Logged> lines;
+    };
+    const Row rows[] = {
+        {"fail", 0, {{6, "open", "AI[0] Alsa 0:0 "}}},
+        {"unready",
+         -1,
+         {{6, "open", "AI[0] Alsa 0:0 "},
+          {3, "open", "AI[0] Alsa[0:0] prepare failed. cannot prepare channel: Input/output error"},
+          {4, "_readFrame", "AI [0] is not ready\n"},
+          {4, "getUnderRuns", "AI [0] is not ready\n"}}},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.prepare);
+        const int handles = LivePcmHandles();
+        vcard_reset();
+        LoadCards(std::string("pcm card=0 dir=capture channels=2 rates=16000 prepare=") + row.prepare);
+        AI_ATTR_S attr = AlsaAi(0, 0, 16000, 2, 160);
+        ASSERT_EQ(0, AUDIO_AI_Create(0, &attr));
+        log.Clear();
+        EXPECT_EQ(row.rc, AUDIO_AI_Open(0));
+        EXPECT_EQ(row.rc == 0, AUDIO_AI_isOpen(0) == 1);
+        EXPECT_EQ(row.rc, Read(0, 640).rc);
+        EXPECT_EQ(row.rc, AUDIO_AI_GetUnderRunState(0));
+        ExpectLog(log, row.lines);
+        EXPECT_EQ(0, AUDIO_AI_Close(0));
+        EXPECT_EQ(0, AUDIO_AI_SetEnable(0, ZN_FALSE));
+        EXPECT_EQ(handles, LivePcmHandles());  // the unready handle is closed by destroy
+        EXPECT_EQ(0, AUDIO_AI_Destroy(0));
+    }
+}
+
+// Seven failed reads in a row: five warnings, then silence; a good read resets the
+// count, so the next failure is logged again. Xruns show in the underrun count.
+TEST_F(AlsaAiTest, FailedReadsAreLoggedFiveInARow) {
+    struct Row {
+        AI_ATTR_S attr;
+        const char* warning;
+    };
+    const Row rows[] = {
+        {AlsaAi(0, 0, 16000, 2, 160), "AI [0] Read failed -32\n"},
+        {AlsaAi(0, 0, 16000, 4, 160), "AI [0] Read failed -32 cannot read stream data: Broken pipe\n"},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.warning);
+        vcard_reset();
+        LoadCards("pcm card=0 dir=capture channels=2 rates=16000 source=pattern fail-at=2 fail-count=7");
+        AI_ATTR_S attr = row.attr;
+        ASSERT_EQ(0, AUDIO_AI_Create(0, &attr));
+        ASSERT_EQ(0, AUDIO_AI_Open(0));
+        log.Clear();
+        std::vector<int> rc;
+        for (int i = 0; i < 10; ++i) {
+            rc.push_back(ReadBlock(0).rc);
+        }
+        EXPECT_EQ((std::vector<int>{0, -1, -1, -1, -1, -1, -1, -1, 0, 0}), rc);
+        EXPECT_EQ(7, AUDIO_AI_GetUnderRunState(0));
+        vcard_fault_plan plan{};
+        plan.transfer_fail_at = 1;
+        ASSERT_EQ(0, vcard_set_faults(0, 0, VCARD_CAPTURE, &plan));
+        EXPECT_EQ(-1, ReadBlock(0).rc);
+        const Logged w{4, "_readFrame", row.warning};
+        ExpectLog(log, {w, w, w, w, w, w});
+        AUDIO_AI_Close(0);
+        AUDIO_AI_SetEnable(0, ZN_FALSE);
+        AUDIO_AI_Destroy(0);
+    }
+}
+
+TEST_F(AlsaAiTest, ShortBufferIsRefusedAndCounted) {
+    LoadCards("pcm card=0 dir=capture channels=2 rates=16000 source=pattern");
+    AI_ATTR_S attr = AlsaAi(0, 0, 16000, 2, 160);
+    ASSERT_EQ(0, AUDIO_AI_Create(0, &attr));
+    log.Clear();
+    for (int i = 0; i < 6; ++i) {
+        EXPECT_EQ(-1, Read(0, 639).rc);
+    }
+    EXPECT_EQ(0, Read(0, 640).rc);
+    EXPECT_EQ(-1, Read(0, 639).rc);
+    const Logged w{4, "_readFrame", "AI [0] buffer too small, required 640 but feed 639\n"};
+    ExpectLog(log, {w, w, w, w, w, w});
+    EXPECT_EQ(0u, CaptureCounters(0).failed_transfers);
+}
+
+// A larger buffer is zero-filled past the block; the timestamp is the card's, in ns.
+TEST_F(AlsaAiTest, LargerBufferAndTimestamps) {
+    LoadCards("pcm card=0 dir=capture channels=2 rates=16000 source=pattern clock=frames");
+    AI_ATTR_S attr = AlsaAi(0, 0, 16000, 2, 160);
+    ASSERT_EQ(0, AUDIO_AI_Create(0, &attr));
+    ReadResult a = Read(0, 700), b = Read(0, 640);
+    ASSERT_EQ(0, a.rc);
+    EXPECT_EQ(640u, a.len);
+    EXPECT_EQ(Bytes(60, 0), Bytes(a.data.begin() + 640, a.data.end()));
+    EXPECT_GT(a.ts, 0u);
+    EXPECT_EQ(10000000u, b.ts - a.ts);  // 160 frames at 16 kHz
+}
+
+// Verdicts on a change; a hot update is stored without reopening; close and open
+// prepare the same PCM again.
+TEST_F(AlsaAiTest, ChangeVerdictsAndReopen) {
+    LoadCards("pcm card=0 dir=capture channels=2 rates=16000");
+    AI_ATTR_S attr = AlsaAi(0, 0, 16000, 2, 160);
+    ASSERT_EQ(0, AUDIO_AI_Create(0, &attr));
+    struct Row {
+        void (*change)(AI_ATTR_S&);
+        AUDIO_SET_ACTION_E verdict;
+    };
+    const Row rows[] = {
+        {[](AI_ATTR_S&) {}, AUDIO_SET_ACTION_E_NONE},
+        {[](AI_ATTR_S& a) { a.stAlsaDev.u32HwRate = 48000; }, AUDIO_SET_ACTION_E_NONE},
+        {[](AI_ATTR_S& a) { a.eType = AI_DEV_TYPE_FILE; }, AUDIO_SET_ACTION_E_NONE},
+        {[](AI_ATTR_S& a) { a.s32Volume = 5; }, AUDIO_SET_ACTION_E_HOT_UPDATE},
+        {[](AI_ATTR_S& a) { a.bLineInConnect = ZN_TRUE; }, AUDIO_SET_ACTION_E_HOT_UPDATE},
+        {[](AI_ATTR_S& a) { a.stAlsaDev.s32CardId = 1; }, AUDIO_SET_ACTION_E_NEED_DESTROY},
+        {[](AI_ATTR_S& a) { a.stAlsaDev.s32DevId = 1; }, AUDIO_SET_ACTION_E_NEED_DESTROY},
+        {[](AI_ATTR_S& a) { a.bEnable = ZN_FALSE; }, AUDIO_SET_ACTION_E_NEED_DESTROY},
+        {[](AI_ATTR_S& a) { a.eSampleRate = AI_SAMPLE_RATE_8000; }, AUDIO_SET_ACTION_E_NEED_DESTROY},
+        {[](AI_ATTR_S& a) { a.s32Channel = 1; }, AUDIO_SET_ACTION_E_NEED_DESTROY},
+        {[](AI_ATTR_S& a) { a.s32FrameLen = 80; }, AUDIO_SET_ACTION_E_NEED_DESTROY},
+    };
+    for (const Row& row : rows) {
+        AI_ATTR_S changed = attr;
+        row.change(changed);
+        EXPECT_EQ(row.verdict, gs_pAiHandler[0]->calActionOnSetCfg(&changed));
+    }
+    ASSERT_EQ(0, AUDIO_AI_Open(0));
+    ASSERT_EQ(0, AUDIO_AI_SetVolume(0, 7));
+    AI_ATTR_S got;
+    AUDIO_AI_GetAttr(0, &got);
+    EXPECT_EQ(7, got.s32Volume);
+    EXPECT_EQ(0, AUDIO_AI_Close(0));
+    EXPECT_EQ(0, AUDIO_AI_Open(0));
+    vcard_counters n = CaptureCounters(0);
+    EXPECT_EQ(1u, n.opens);
+    EXPECT_EQ(0u, n.closes);
+    EXPECT_EQ(2u, n.prepares);
+}
+
+}  // namespace

@@ -1,0 +1,251 @@
+// The combo input on ALSA members: the combined buffer, the unwind when a member does
+// not match or cannot be enabled or opened, change verdicts, member lists refused at
+// init (never a self-deadlock), and reads racing configuration changes.
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <functional>
+#include <future>
+#include <string>
+#include <vector>
+
+#include "../ai_alsa/ai_capture_util.h"
+
+namespace {
+
+using namespace audiomw_test;
+
+constexpr int kCombo = 3;
+
+class ComboTest : public CaptureTest {
+  protected:
+    // Member i of `attrs` in AI slot i.
+    void CreateMembers(std::vector<AI_ATTR_S> attrs) {
+        for (size_t i = 0; i < attrs.size(); ++i) {
+            ASSERT_EQ(0, AUDIO_AI_Create(static_cast<int>(i), &attrs[i]));
+        }
+    }
+    void CreateCombo(int id, AI_ATTR_S attr) { ASSERT_EQ(0, AUDIO_AI_Create(id, &attr)); }
+    // Runs `fn` against a deadline; a self-deadlock ends the program instead of hanging.
+    static void WithinDeadline(const std::function<void()>& fn) {
+        auto done = std::async(std::launch::async, fn);
+        if (done.wait_for(std::chrono::seconds(30)) != std::future_status::ready) {
+            ADD_FAILURE() << "combo operation did not return: self-deadlock";
+            std::_Exit(1);
+        }
+    }
+};
+
+TEST_F(ComboTest, TwoAndFourChannelsMakeOneBuffer) {
+    LoadCards("pcm card=0 dir=capture source=pattern\npcm card=2 dir=capture source=pattern");
+    CreateMembers({AlsaAi(0, 0, 16000, 2, 160, false), AlsaAi(2, 0, 16000, 4, 160)});
+    CreateCombo(kCombo, ComboAi({0, 1}));
+    EXPECT_TRUE(log.Has({3, "init", "ComboAI[3] enable AI[1] skip, already enabled\n"}));
+    EXPECT_EQ(1, AUDIO_AI_isInitd(kCombo));
+    EXPECT_EQ(6, AUDIO_AI_GetChannelChn(kCombo));
+    ASSERT_EQ(1920, AUDIO_AI_GetRecommendReadBufferSize(kCombo));
+    EXPECT_EQ(0, AUDIO_AI_Open(kCombo));
+    EXPECT_EQ(3, AUDIO_AI_isOpen(kCombo) + AUDIO_AI_isOpen(0) + AUDIO_AI_isOpen(1));
+    for (int b = 0; b < 2; ++b) {
+        ReadResult r = ReadBlock(kCombo);
+        ASSERT_EQ(0, r.rc);
+        EXPECT_EQ(1920u, r.len);
+        Bytes want = ToBytes(PatternFrames(2, 160u * b, 160)),
+              second = ToBytes(PatternFrames(4, 160u * b, 160));
+        want.insert(want.end(), second.begin(), second.end());
+        EXPECT_EQ(want, r.data);
+    }
+    ReadResult shorter = Read(kCombo, 1000);  // the second block does not fit: not read
+    EXPECT_EQ(1920u, shorter.len);
+    EXPECT_EQ(Bytes(360, 0xEE), Bytes(shorter.data.begin() + 640, shorter.data.end()));
+    EXPECT_EQ(0, AUDIO_AI_Close(kCombo));
+    EXPECT_EQ(0, AUDIO_AI_isOpen(0) + AUDIO_AI_isOpen(1));
+    EXPECT_EQ(0, AUDIO_AI_SetEnable(kCombo, ZN_FALSE));
+    EXPECT_EQ(0, AUDIO_AI_isEnabled(0) + AUDIO_AI_isEnabled(1));
+}
+
+// A member that does not match or cannot be enabled fails init; every listed member is
+// disabled afterwards, the one enabled before the combo and the one never examined too.
+TEST_F(ComboTest, FailingMemberUnwindsAll) {
+    struct Row {
+        AI_ATTR_S second;
+        Logged line;
+    };
+    const Row rows[] = {
+        {AlsaAi(0, 1, 48000, 2, 160, false),
+         {3, "init", "params of AI[1] not match with Combo AI[3], 16000 <=> 48000, 160 <=> 160"}},
+        {AlsaAi(0, 1, 16000, 2, 320),
+         {3, "init", "params of AI[1] not match with Combo AI[3], 16000 <=> 16000, 160 <=> 320"}},
+        {AlsaAi(5, 0, 16000, 2, 160, false), {3, "init", "ComboAI[3] enable AI[1] failed\n"}},
+        {AlsaAi(0, 1, 16000, -2, 160, false),
+         {3, "init", "ComboAI[3] cannot add -2 channels of AI[1] to 2\n"}},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.line.message);
+        TearDown();
+        LoadCards("pcm card=0 dir=capture\npcm card=0 device=1 dir=capture\npcm card=0 device=2 dir=capture");
+        CreateMembers({AlsaAi(0, 0, 16000, 2, 160), row.second, AlsaAi(0, 2, 16000, 2, 160, false)});
+        log.Clear();
+        CreateCombo(kCombo, ComboAi({0, 1, 2}));
+        EXPECT_EQ(1, log.Count(row.line));
+        EXPECT_EQ(0, AUDIO_AI_isInitd(kCombo));
+        EXPECT_EQ(0, AUDIO_AI_isEnabled(0) + AUDIO_AI_isEnabled(1) + AUDIO_AI_isEnabled(2));
+        EXPECT_EQ(0, CaptureCounters(0, 0).is_open + CaptureCounters(0, 1).is_open);
+    }
+}
+
+TEST_F(ComboTest, NoMembersReadNothing) {
+    CreateCombo(kCombo, ComboAi({}));
+    EXPECT_EQ(1, AUDIO_AI_isInitd(kCombo));
+    EXPECT_EQ(0, AUDIO_AI_Open(kCombo));
+    EXPECT_EQ(1, AUDIO_AI_isOpen(kCombo));
+    ReadResult r = Read(kCombo, 64);
+    EXPECT_EQ(0, r.rc);
+    EXPECT_EQ(0u, r.len);
+}
+
+TEST_F(ComboTest, SecondMemberNotOpeningClosesTheFirst) {
+    LoadCards("pcm card=0 dir=capture\npcm card=2 dir=capture prepare=unready");
+    CreateMembers({AlsaAi(0, 0, 16000, 2, 160), AlsaAi(2, 0, 16000, 2, 160)});
+    CreateCombo(kCombo, ComboAi({0, 1}));
+    log.Clear();
+    EXPECT_EQ(0, AUDIO_AI_Open(kCombo));
+    EXPECT_EQ(0, AUDIO_AI_isOpen(kCombo) + AUDIO_AI_isOpen(0) + AUDIO_AI_isOpen(1));
+    EXPECT_EQ(1, log.Count({3, "open", "ComboAI[3] open AI[1] failed\n"}));
+}
+
+TEST_F(ComboTest, ChangeVerdicts) {
+    CreateCombo(kCombo, ComboAi({5, 6, 7}, 16000, 160));  // refused (no members): verdicts only
+    struct Row {
+        void (*change)(AI_ATTR_S&);
+        AUDIO_SET_ACTION_E verdict;
+    };
+    const Row rows[] = {
+        {[](AI_ATTR_S& a) { a.stComboDev.as32AiId[2] = 4; }, AUDIO_SET_ACTION_E_NEED_DESTROY},
+        {[](AI_ATTR_S& a) { a.stComboDev.as32AiId[0] = 4; }, AUDIO_SET_ACTION_E_NEED_DESTROY},
+        {[](AI_ATTR_S& a) { a.stComboDev.s32AiCnt = 2; }, AUDIO_SET_ACTION_E_NEED_DESTROY},
+        {[](AI_ATTR_S& a) { a.bEnable = ZN_FALSE; }, AUDIO_SET_ACTION_E_NEED_DESTROY},
+        {[](AI_ATTR_S& a) { a.stComboDev.as32AiId[3] = 4; }, AUDIO_SET_ACTION_E_NONE},
+        {[](AI_ATTR_S& a) { a.eSampleRate = AI_SAMPLE_RATE_48000; }, AUDIO_SET_ACTION_E_NONE},
+        {[](AI_ATTR_S& a) { a.s32Volume = 9; }, AUDIO_SET_ACTION_E_NONE},
+        {[](AI_ATTR_S& a) { a.s32FrameLen = 320; }, AUDIO_SET_ACTION_E_NONE},
+    };
+    for (const Row& row : rows) {
+        AI_ATTR_S a;
+        AUDIO_AI_GetAttr(kCombo, &a);
+        row.change(a);
+        EXPECT_EQ(row.verdict, gs_pAiHandler[kCombo]->calActionOnSetCfg(&a));
+    }
+    EXPECT_EQ(0, AUDIO_AI_SetVolume(kCombo, 9));
+    AI_ATTR_S a;
+    AUDIO_AI_GetAttr(kCombo, &a);
+    EXPECT_EQ(0, a.s32Volume);
+}
+
+// Lists refused before any member is touched; a refused combo's operations neither
+// deadlock nor recurse, whatever its list holds.
+TEST_F(ComboTest, RefusedMemberLists) {
+    struct Row {
+        const char* name;
+        std::vector<std::pair<int, AI_ATTR_S>> others;  // combos created (disabled) first
+        AI_ATTR_S combo;
+        const char* line;
+    };
+    auto disabled = [](AI_ATTR_S a) {
+        a.bEnable = ZN_FALSE;
+        return a;
+    };
+    const Row rows[] = {
+        {"NegativeCount", {}, ComboAi({0}, 16000, 160, -1), "ComboAI[3] member count -1 outside 0 to 4\n"},
+        {"CountAboveFour",
+         {},
+         ComboAi({0, 0, 0, 0}, 16000, 160, 5),
+         "ComboAI[3] member count 5 outside 0 to 4\n"},
+        {"IdAboveSeven", {}, ComboAi({0, 8}), "ComboAI[3] member id 8 outside 0 to 7\n"},
+        {"NegativeId", {}, ComboAi({-1}), "ComboAI[3] member id -1 outside 0 to 7\n"},
+        {"EmptySlot", {}, ComboAi({0, 5}), "ComboAI[3] member AI[5] does not exist\n"},
+        {"ListsItself", {}, ComboAi({0, 3}), "ComboAI[3] lists itself as a member\n"},
+        {"ListedByItsMember",
+         {{4, disabled(ComboAi({3}))}},
+         ComboAi({0, 4}),
+         "ComboAI[3] member AI[4] leads back to AI[3]: combos listed in a loop\n"},
+        {"LoopOfThree",
+         {{4, disabled(ComboAi({5}))}, {5, disabled(ComboAi({3}))}},
+         ComboAi({4}),
+         "ComboAI[3] member AI[4] leads back to AI[3]: combos listed in a loop\n"},
+        {"LoopFurtherDown",
+         {{5, disabled(ComboAi({6}))}, {6, disabled(ComboAi({5}))}},
+         ComboAi({0, 5}),
+         "ComboAI[3] member AI[5] leads back to AI[5]: combos listed in a loop\n"},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        TearDown();
+        LoadCards("pcm card=0 dir=capture");
+        CreateMembers({AlsaAi(0, 0, 16000, 2, 160, false)});
+        for (const auto& other : row.others) {
+            CreateCombo(other.first, other.second);
+        }
+        log.Clear();
+        CreateCombo(kCombo, row.combo);
+        ExpectLog(log, {{3, "init", row.line}, {6, "AUDIO_AI_Create", "AI[3] create success"}});
+        EXPECT_EQ(0, AUDIO_AI_isInitd(kCombo));
+        EXPECT_EQ(0, AUDIO_AI_isEnabled(0));
+        WithinDeadline([&] {
+            AUDIO_AI_SetEnable(0, ZN_TRUE);  // lets opens reach the members after it
+            for (int id = 3; id < AUDIO_AI_MAX_NUM; ++id) {
+                AUDIO_AI_SetEnable(id, ZN_TRUE);
+                AUDIO_AI_Open(id);
+                Read(id, 4096);
+                AUDIO_AI_Close(id);
+                AUDIO_AI_SetEnable(id, ZN_FALSE);
+            }
+        });
+    }
+}
+
+// One thread reads an ALSA AI on the line-in card and a combo of two cards while
+// another changes their attributes and switches the recordings on and off.
+TEST_F(ComboTest, ReadsRaceChangesAndRecordings) {
+    LoadCards(
+        "pcm card=1 dir=capture source=pattern\npcm card=0 dir=capture source=pattern\n"
+        "pcm card=4 dir=capture source=pattern");
+    WriteFileBytes(root.Path("/proc/asound/card4/usbid"), Bytes{'0', ':', '0', '\n'});
+    CreateMembers(
+        {AlsaAi(1, 0, 16000, 4, 160), AlsaAi(0, 0, 16000, 2, 160, false), AlsaAi(4, 0, 16000, 2, 160)});
+    CreateCombo(kCombo, ComboAi({1, 2}));
+    ASSERT_EQ(0, AUDIO_AI_Open(0));
+    ASSERT_EQ(0, AUDIO_AI_Open(kCombo));
+    std::atomic<bool> stop{false};
+    std::atomic<int> reads{0}, torn{0};
+    auto reader = std::async(std::launch::async, [&] {
+        while (!stop) {
+            ReadResult a = Read(0, 1280), c = Read(kCombo, 1280);
+            torn += (a.rc == 0 && a.len != 1280) + (c.rc != 0 || c.len != 1280);
+            reads++;
+        }
+    });
+    ASSERT_TRUE(WaitFor([&] { return reads > 20; }));
+    for (int i = 0; i < 60; ++i) {
+        root.SetMarker(i % 3 ? "/var/recordline" : "/var/recorduac", i % 2 == 0);
+        AUDIO_AI_SetVolume(0, i);
+        AI_ATTR_S a;
+        AUDIO_AI_GetAttr(0, &a);
+        a.bLineInConnect = static_cast<tagZN_BOOL>(i % 2);
+        AUDIO_AI_SetAttr(0, &a);
+        if (i % 10 == 0) {
+            AUDIO_AI_SetEnable(kCombo, static_cast<tagZN_BOOL>(i % 20 != 0));
+            AUDIO_AI_SetEnable(0, static_cast<tagZN_BOOL>(i % 20 != 0));
+        }
+    }
+    const int before = reads;
+    EXPECT_TRUE(WaitFor([&] { return reads > before + 20; }));
+    stop = true;
+    if (reader.wait_for(std::chrono::seconds(60)) != std::future_status::ready) {
+        ADD_FAILURE() << "reader did not stop: deadlock";
+        std::_Exit(1);
+    }
+    EXPECT_EQ(0, torn.load());
+}
+
+}  // namespace
