@@ -61,6 +61,7 @@ TEST(VoiceLibrary, ProcessesEveryRateAndFrameLength) {
         int err = 0;
         void* h = QX_AudioAlgInit(&p, &err);
         ASSERT_NE(h, nullptr) << err;
+        voice_test::KeepInstance(h);
         voice_test::Noise n(3);
         std::vector<short> mic(static_cast<size_t>(c.mics + c.lineIn) * c.frame), ref(c.frame);
         std::vector<short> out(static_cast<size_t>(c.frame) + 8, 0x5A5A);
@@ -82,6 +83,7 @@ TEST(VoiceLibrary, NullArgumentsAreRefused) {
     QX_AUDIO_ALG_PARAM_S p = Param(16000, 160, 1);
     int err = 0;
     void* h = QX_AudioAlgInit(&p, &err);
+    voice_test::KeepInstance(h);
     short buf[160] = {0}, result = 0;
     EXPECT_EQ(QX_AudioAlgFrmProc(nullptr, buf, buf, buf, &result), -1);
     EXPECT_EQ(QX_AudioAlgFrmProc(h, nullptr, buf, buf, &result), -1);
@@ -98,6 +100,7 @@ TEST(VoiceLibrary, MicLevelsOfTheLastFrameInDbfs) {
     QX_AUDIO_ALG_PARAM_S p = Param(16000, 256, 3);
     int err = 0;
     void* h = QX_AudioAlgInit(&p, &err);
+    voice_test::KeepInstance(h);
     std::vector<short> mic(3 * 256, 0), ref(256, 0), out(256);
     for (int i = 0; i < 256; i++) {
         mic[i] = (i / 8) % 2 ? 32767 : -32767;
@@ -120,6 +123,7 @@ TEST(VoiceLibrary, VersionIsALetterDigitsAndAnOptionalLetter) {
     QX_AUDIO_ALG_PARAM_S p = Param(16000, 160, 1);
     int err = 0;
     void* h = QX_AudioAlgInit(&p, &err);
+    voice_test::KeepInstance(h);
     char ver[32];
     std::memset(ver, 'x', sizeof(ver));
     ASSERT_EQ(QX_AudioAlgGetVersion(h, ver, 32), 0);

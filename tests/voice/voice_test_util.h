@@ -112,6 +112,13 @@ inline int16_t ToS16(double v) {
     return static_cast<int16_t>(std::lround(std::clamp(v, -32768.0, 32767.0)));
 }
 
+// The library has no destroy function: an instance lives as long as the process, as the
+// node's one does. Holding them here keeps them reachable for the leak checker.
+inline void KeepInstance(void* h) {
+    static auto* kept = new std::vector<void*>;  // never destroyed, like the instances
+    kept->push_back(h);
+}
+
 struct RunResult {
     Signal out;                // the processed first microphone, as handed back
     std::vector<short> voice;  // the result of every frame
@@ -130,6 +137,7 @@ inline RunResult RunSignals(const std::vector<Signal>& mics, const Signal& ref, 
     if (h == nullptr) {
         return r;
     }
+    KeepInstance(h);
     const size_t frames = ref.size() / static_cast<size_t>(frame);
     std::vector<short> mic(mics.size() * static_cast<size_t>(frame)), rf(static_cast<size_t>(frame)),
         out(static_cast<size_t>(frame));
@@ -148,8 +156,6 @@ inline RunResult RunSignals(const std::vector<Signal>& mics, const Signal& ref, 
         r.voice.push_back(result);
         r.out.insert(r.out.end(), out.begin(), out.end());
     }
-    // The library holds no global state: each test makes its own instance, kept for the
-    // process's life as the node keeps its one.
     return r;
 }
 
