@@ -68,7 +68,8 @@ int AUDIO_ALG_SetRefInParam(tagVOR_AUDIO_REF_IN_RES stRefIn);
 // pointer, no instance or an empty version string.
 int AUDIO_ALG_GetVersion(unsigned int* pVer, unsigned int* pFix);
 // Points *ppState at the last snapshot of AUDIO_ALG_MIC_STATE_NUM floats and refreshes
-// it. 0 when refreshed; -1 with no instance or, with bCheckChange, when nothing changed.
+// it. 0 when refreshed; -1 with no instance or, with bCheckChange, when nothing changed;
+// -1 at once for a null ppState.
 int AUDIO_ALG_GetMicTestState(float** ppState, tagZN_BOOL bCheckChange);
 
 #endif  // AUDIOMW_AUDIO_ALG_H

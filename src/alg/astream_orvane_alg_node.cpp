@@ -157,6 +157,45 @@ void Report(int s32RefOffset, const tagVOR_AUDIO_REF_IN_RES& stRefIn, uint32_t u
     }
 }
 
+// The reference block for this frame: the silent reference while none is switched on or
+// the selected offset lies outside the stream, else the selected block; with no silent
+// reference the selected block in both cases. Null when there is none to hand over.
+char* PickReference(int& s32Warned, char* pIn, const tagVOR_AUDIO_REF_IN_RES& stRefIn, int s32RefOffset,
+                    int s32Chn, uint32_t u32ChnSize) {
+    const bool bRefUsable = s32RefOffset >= 0 && s32RefOffset < s32Chn;
+    if (bRefUsable) {
+        s32Warned = kNoWarning;
+    }
+    if ((stRefIn.u8Switch == 0 || !bRefUsable) && g_ptrEmptyRefIn != nullptr) {
+        if (stRefIn.u8Switch != 0) {
+            WarnRefOffset(s32Warned, s32RefOffset, s32Chn, true);
+        }
+        return reinterpret_cast<char*>(g_ptrEmptyRefIn);
+    }
+    if (!bRefUsable) {
+        WarnRefOffset(s32Warned, s32RefOffset, s32Chn, false);
+        return nullptr;
+    }
+    return pIn + static_cast<size_t>(s32RefOffset) * u32ChnSize;
+}
+
+// One library call under the instance lock, and the reference dump on the real-reference
+// path. False, without a call, when the instance would read outside the stream's buffer.
+bool CallLibrary(void* pHandle, const ASTREAM_ORVANE_ALG_ATTR_S& stAttr, char* pIn, char* pcRef, char* pOut,
+                 int s32Chn, uint32_t u32ChnSize, short* ps16Result, int* ps32Ret) {
+    InstanceGuard lk;
+    if (!MicGroupFits(stAttr, audiomw::alg::InstanceGeometry(), s32Chn, u32ChnSize)) {
+        return false;
+    }
+    char* pcMic = pIn + static_cast<size_t>(stAttr.s32MicChnOffset) * u32ChnSize;
+    *ps32Ret = QX_AudioAlgFrmProc(pHandle, reinterpret_cast<short*>(pcMic), reinterpret_cast<short*>(pcRef),
+                                  reinterpret_cast<short*>(pOut), ps16Result);
+    if (pcRef != reinterpret_cast<char*>(g_ptrEmptyRefIn)) {
+        DumpRefIn(pcRef, u32ChnSize);
+    }
+    return true;
+}
+
 }  // namespace
 
 ASTREAM_ORVANE_ALG_NODE_S::ASTREAM_ORVANE_ALG_NODE_S()
@@ -222,38 +261,20 @@ int ASTREAM_ORVANE_ALG_NODE_S::process(char* pIn, char* pOut, bool& bInPlace) {
         return -1;  // init failed: no instance to run
     }
     const int s32Chn = StreamChannels(this);
-    short* ps16Mic =
-        reinterpret_cast<short*>(pIn + static_cast<size_t>(_mstAttr.s32MicChnOffset) * u32ChnSize);
-    const bool bRefUsable = s32RefOffset >= 0 && s32RefOffset < s32Chn;
-    const bool bSilent = (stRefIn.u8Switch == 0 || !bRefUsable) && g_ptrEmptyRefIn != nullptr;
-    if (!bSilent && !bRefUsable) {
-        WarnRefOffset(_ms32WarnedRefOffset, s32RefOffset, s32Chn, false);
+    char* pcRef = PickReference(_ms32WarnedRefOffset, pIn, stRefIn, s32RefOffset, s32Chn, u32ChnSize);
+    if (pcRef == nullptr) {
         return -1;
     }
-    if (stRefIn.u8Switch != 0 && !bRefUsable) {
-        WarnRefOffset(_ms32WarnedRefOffset, s32RefOffset, s32Chn, true);
-    } else if (bRefUsable) {
-        _ms32WarnedRefOffset = kNoWarning;
-    }
-    char* pcRef = bSilent ? reinterpret_cast<char*>(g_ptrEmptyRefIn)
-                          : pIn + static_cast<size_t>(s32RefOffset) * u32ChnSize;
     short s16AlgResult = 0;
     int s32Ret = 0;
-    {
-        InstanceGuard lk;
-        if (!MicGroupFits(_mstAttr, audiomw::alg::InstanceGeometry(), s32Chn, u32ChnSize)) {
-            return -1;
-        }
-        s32Ret = QX_AudioAlgFrmProc(_mpAlgHandle, ps16Mic, reinterpret_cast<short*>(pcRef),
-                                    reinterpret_cast<short*>(pOut), &s16AlgResult);
-        if (!bSilent) {
-            DumpRefIn(pcRef, u32ChnSize);
-        }
+    if (!CallLibrary(_mpAlgHandle, _mstAttr, pIn, pcRef, pOut, s32Chn, u32ChnSize, &s16AlgResult, &s32Ret)) {
+        return -1;
     }
     if (s32Ret != 0) {
         AUDIO_LOGE("Orvane Audio Alg failed: %d", s32Ret);
         return -1;
     }
+    // After the instance lock is released: the callback may call AUDIO_ALG_*.
     if (_mstAttr.pfnFrameCallback != nullptr) {
         _mstAttr.pfnFrameCallback(_mstAttr.pCallbackArg, s16AlgResult);
     }
