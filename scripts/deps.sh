@@ -4,7 +4,7 @@
 set -euo pipefail
 PACKAGES=(
   build-essential cmake ninja-build pkg-config
-  libsamplerate0-dev libtinyxml2-dev libsndfile1-dev libspeexdsp-dev
+  libsamplerate0-dev libtinyxml2-dev libsndfile1-dev libspeexdsp-dev libwebrtc-audio-processing-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   clang libclang-rt-14-dev
   espeak-ng sox

@@ -189,6 +189,14 @@ int AUDIO_ASTREAM_Destroy(int s32StreamId) {
     if (!ValidId(s32StreamId) || gs_AstreamHandler[s32StreamId] == nullptr) {
         return 0;
     }
+    if (WorkerStreamId() >= 0) {
+        // A worker cannot wait for its own pool to end, and two workers destroying each
+        // other's streams would wait for each other.
+        AUDIO_LOGE(
+            "ASTREAM[%d] destroy refused: called on a worker of ASTREAM[%d], call it from a control thread",
+            s32StreamId, WorkerStreamId());
+        return -1;
+    }
     ASTREAM_HANDLER_S* pstHandler = gs_AstreamHandler[s32StreamId];
     const bool bRunning = ReaderRunning(pstHandler);
     // Out of the table first, so that nothing walking the table meets it any more.
@@ -197,7 +205,13 @@ int AUDIO_ASTREAM_Destroy(int s32StreamId) {
         UTIL_THREAD_Destory(&pstHandler->stReaderThread, ZN_TRUE);
         AUDIO_LOGI("ASTREAM[%d] reader stopped\n", s32StreamId);
     }
-    UTIL_PF_Destroy(pstHandler->pstWorkerPool, ZN_TRUE);
+    if (UTIL_PF_Destroy(pstHandler->pstWorkerPool, ZN_TRUE) != 0) {
+        // Workers may still run the pipeline: nothing is freed, and the stopped stream
+        // goes back into its slot so that a later Destroy can end it.
+        AUDIO_LOGE("ASTREAM[%d] worker pool not stopped, stream kept", s32StreamId);
+        PublishSlot(s32StreamId, pstHandler);
+        return -1;
+    }
     AUDIO_LOGI("ASTREAM[%d] worker stopped\n", s32StreamId);
     AUDIO_ASTREAM_DestroyPipeline(pstHandler);
     FreeStream(pstHandler, true);
@@ -236,6 +250,12 @@ int AUDIO_ASTREAM_Start(int s32StreamId) {
 int AUDIO_ASTREAM_Stop(int s32StreamId) {
     ASTREAM_HANDLER_S* pstHandler = ReadyStream(s32StreamId, __func__);
     if (pstHandler == nullptr) {
+        return -1;
+    }
+    if (WorkerStreamId() == s32StreamId) {
+        AUDIO_LOGE(
+            "ASTREAM[%d] stop refused: called on a worker of the stream, call it from a control thread",
+            s32StreamId);
         return -1;
     }
     if (ReaderRunning(pstHandler)) {

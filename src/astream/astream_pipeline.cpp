@@ -8,6 +8,7 @@
 #include "astream_output_node.h"
 #include "astream_split_node.h"
 #include "astream_swap_node.h"
+#include "audio_alg.h"
 #include "audio_log.h"
 
 namespace audiomw {
@@ -32,6 +33,7 @@ constexpr NodeFactory kNodeFactories[] = {
     {ASTREAM_NODE_TYPE_E_SPLIT, &NewNode<ASTREAM_SPLIT_NODE_S>},
     {ASTREAM_NODE_TYPE_E_MERGE, &NewNode<ASTREAM_MERGE_NODE_S>},
     {ASTREAM_NODE_TYPE_E_MIXIN, &NewNode<ASTREAM_MIXIN_NODE_S>},
+    {ASTREAM_NODE_TYPE_E_ORVANE_ALG, &NewNode<ASTREAM_ORVANE_ALG_NODE_S>},
     {ASTREAM_NODE_TYPE_E_DEBUG_DUMP, &NewNode<ASTREAM_DEBUG_DUMP_NODE_S>},
 };
 

@@ -36,6 +36,10 @@ struct JobTrack {
 
 JobTrack gs_astJobTrack[ASTREAM_MAX_NUM];
 
+// Set while a worker runs a job, so that lifecycle calls made from inside a node (the
+// frame callback) can tell they run on a worker of a stream.
+thread_local int tls_s32WorkerStreamId = -1;
+
 // The tracking slot of a ring entry, or null for a stream record outside the table.
 JobTrack* TrackOf(const ASTREAM_HANDLER_S* pstHandler, int s32JobIdx) {
     const int s32Id = pstHandler->s32StreamId;
@@ -170,6 +174,10 @@ void ReadAndFeed(ASTREAM_HANDLER_S* pstHandler, int s32JobIdx) {
 
 }  // namespace
 
+int WorkerStreamId() {
+    return tls_s32WorkerStreamId;
+}
+
 void ResetJobTrack(int s32StreamId) {
     if (s32StreamId < 0 || s32StreamId >= ASTREAM_MAX_NUM) {
         return;
@@ -211,10 +219,12 @@ void threadAudioProcessWorker(void* pArg) {
     char* pIn = pstJob->pBufA;
     char* pOut = pstJob->pBufB;
     bool bInPlace = false;
+    audiomw::astream::tls_s32WorkerStreamId = pstHandler->s32StreamId;
     for (ASTREAM_NODE_S* pstNode : pstHandler->lstNode) {
         if (audiomw::astream::NodeEnabled(pstNode)) {
             audiomw::astream::RunNode(pstHandler, pstNode, pIn, pOut, bInPlace);
         }
     }
+    audiomw::astream::tls_s32WorkerStreamId = -1;
     audiomw::astream::MarkJob(pstHandler, audiomw::astream::RingIndex(pstHandler, pstJob), false);
 }

@@ -18,6 +18,10 @@ constexpr int kReaderWaitMs = 100;
 // created in the slot.
 void ResetJobTrack(int s32StreamId);
 
+// The id of the stream whose job the calling thread runs (a pool worker inside
+// threadAudioProcessWorker, the frame callbacks included), -1 on any other thread.
+int WorkerStreamId();
+
 }  // namespace astream
 }  // namespace audiomw
 

@@ -1,0 +1,48 @@
+// The algorithm node with the PC voice-processing library allocates nothing per frame
+// once its instance exists: 4 microphones + 1 reference, 16 kHz, 256 frames, on the
+// silent and on the real reference path.
+#include <cmath>
+#include <cstring>
+#include <vector>
+
+#include "alloc/alloc_counter.h"
+#include "astream_test_util.h"
+#include "audio_alg.h"
+#include "test_support.h"
+
+namespace {
+
+TEST(VoiceAllocTest, NodeWithTheRealLibraryAllocatesNothingPerFrame) {
+    audiomw_test::ScratchRoot root;
+    AI_ATTR_S ai = astream_test::FileAi("/nonexistent.pcm", 5, 256);
+    ASSERT_EQ(AUDIO_AI_Create(0, &ai), 0);
+    astream_test::FakeStream s(5, 256);
+    ASTREAM_NODE_ATTR_S a = astream_test::NodeAttr(ASTREAM_NODE_TYPE_E_ORVANE_ALG);
+    a.unAttr.stOrvaneAlg = {0, 4, 0, 4, 4, 4, nullptr, nullptr};
+    auto node = astream_test::BuildNode(s, a);
+    ASSERT_NE(node, nullptr);
+    ASSERT_NE(g_OrvaneAlgHandler, nullptr);
+    std::vector<int16_t> in(5 * 256), out(in.size());
+    for (size_t i = 0; i < in.size(); i++) {
+        in[i] = static_cast<int16_t>(8000 * std::sin(0.05 * static_cast<double>(i)));
+    }
+    auto run = [&](int frames) {
+        for (int i = 0; i < frames; i++) {
+            bool inPlace = false;
+            ASSERT_EQ(node->process(reinterpret_cast<char*>(in.data()), reinterpret_cast<char*>(out.data()),
+                                    inPlace),
+                      0);
+        }
+    };
+    run(10);  // the module sets itself up on its first chunks
+    audiomw_test::AllocCounterArm();
+    run(100);
+    AUDIO_ALG_SetRefInParam(tagVOR_AUDIO_REF_IN_RES{1, 0, 0, 0});
+    run(100);
+    audiomw_test::AllocCounterDisarm();
+    EXPECT_EQ(audiomw_test::AllocCount(), 0)
+        << "first allocation: " << audiomw_test::AllocFirstSize() << " bytes";
+    astream_test::DropAi(0);
+}
+
+}  // namespace

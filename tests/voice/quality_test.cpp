@@ -1,0 +1,163 @@
+// Quality of the PC voice-processing library on deterministic speech: echo return loss
+// enhancement with no near-end talker, the near-end talker kept during double talk, and
+// voice activity against known speech and silence. Each case prints what it measured.
+#include <cstdio>
+
+#include "voice_test_util.h"
+
+namespace {
+
+using namespace voice_test;
+
+constexpr int kRate = 16000;
+constexpr size_t kConverge = 2 * kRate;  // two seconds of convergence
+
+struct EchoCase {
+    const char* name;
+    int mics;
+    int frame;
+    int delayMs;
+    int tailMs;
+    double minErleDb;
+};
+
+// Echo 6 dB below the far end through a decaying path, a -80 dBFS noise floor, no
+// near-end talker. ERLE: microphone energy over output energy after convergence. The
+// aim is 25 dB; the module reaches 45 to 52 dB here, so 35 dB leaves a margin.
+const EchoCase kEchoCases[] = {
+    {"1 mic, 256 frames, 80 ms tail", 1, 256, 2, 80, 35.0},
+    {"4 mics, 256 frames, 100 ms tail", 4, 256, 2, 100, 35.0},
+    {"1 mic, 160 frames, 50 ms tail", 1, 160, 5, 50, 35.0},
+    {"4 mics, 320 frames, 60 ms tail", 4, 320, 10, 60, 35.0},
+};
+
+TEST(VoiceQuality, EchoReturnLossEnhancementAfterConvergence) {
+    const Signal far = LoadSpeech("far.raw");
+    ASSERT_GT(far.size(), 8u * kRate) << "speech missing";
+    for (const EchoCase& c : kEchoCases) {
+        SCOPED_TRACE(c.name);
+        std::vector<Signal> mics;
+        for (int k = 0; k < c.mics; k++) {
+            Signal h = EchoPath(100 + k, c.delayMs * kRate / 1000, c.tailMs * kRate / 1000);
+            mics.push_back(Mix(Echo(far, h, 6.0), WhiteNoise(7 + k, far.size(), -80.0)));
+        }
+        RunResult r = RunSignals(mics, far, kRate, c.frame);
+        const size_t end = r.out.size();
+        const double erle = Db(Energy(mics[0], kConverge, end) / Energy(r.out, kConverge, end));
+        std::printf("[quality] ERLE %-34s %6.1f dB\n", c.name, erle);
+        RecordProperty(c.name, std::to_string(erle));
+        EXPECT_GT(erle, c.minErleDb);
+    }
+}
+
+// Far-end speech throughout, near-end speech from 3 s on, both at their natural levels,
+// the echo 6 dB below the far end: the output keeps the near-end talker.
+TEST(VoiceQuality, DoubleTalkKeepsTheNearEndTalker) {
+    const Signal far = LoadSpeech("far.raw");
+    const Signal nearTalk = LoadSpeech("near.raw");
+    const size_t start = 3 * kRate;
+    Signal nearPlaced(far.size(), 0.0);
+    for (size_t i = 0; i < nearTalk.size() && start + i < far.size(); i++) {
+        nearPlaced[start + i] = nearTalk[i];
+    }
+    // The output lags the input by the adapter's latency (128 samples for 256-sample frames,
+    // none for 10 ms frames) plus the module's own 208 samples: a sample dropped or repeated
+    // anywhere would move the lag.
+    struct Case {
+        const char* name;
+        int mics, frame;
+        double minCorr;
+        size_t lag;
+    } cases[] = {{"1 mic", 1, 256, 0.7, 336}, {"4 mics", 4, 256, 0.7, 336}, {"1 mic, 160", 1, 160, 0.7, 208}};
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        std::vector<Signal> mics;
+        for (int k = 0; k < c.mics; k++) {
+            Signal h = EchoPath(200 + k, 32, 80 * kRate / 1000);
+            mics.push_back(Mix(Mix(Echo(far, h, 6.0), nearPlaced), WhiteNoise(9 + k, far.size(), -80.0)));
+        }
+        RunResult r = RunSignals(mics, far, kRate, c.frame);
+        const size_t from = start + kRate / 2, to = std::min(r.out.size(), start + nearTalk.size());
+        double best = 0;
+        size_t bestLag = 0;
+        for (size_t lag = 0; lag <= 512; lag++) {
+            double corr = Correlation(r.out, nearPlaced, lag, from, to);
+            if (corr > best) {
+                best = corr, bestLag = lag;
+            }
+        }
+        const double micCorr = Correlation(mics[0], nearPlaced, 0, from, to);
+        std::printf("[quality] double talk %-10s correlation with near end %.3f (lag %zu; microphone %.3f)\n",
+                    c.name, best, bestLag, micCorr);
+        EXPECT_GT(best, c.minCorr);
+        EXPECT_EQ(bestLag, c.lag);
+    }
+}
+
+// Near-end speech between two seconds of noise before and after. Speech frames: frames
+// whose clean speech is above -40 dBFS; silent frames: the noise before the speech and
+// from 300 ms after its end. With a far-end talker, its echo (6 dB below, 80 ms path)
+// runs through the whole signal and the silent frames start after two seconds of
+// convergence.
+struct VadCase {
+    const char* name;
+    double noiseDbfs;
+    bool farEnd;
+    double minDetection, maxFalseAlarm;  // percent
+};
+
+const VadCase kVadCases[] = {
+    {"-60 dBFS noise", -60.0, false, 95.0, 5.0},
+    {"-45 dBFS noise", -45.0, false, 90.0, 10.0},
+    {"-60 dBFS noise and echo", -60.0, true, 90.0, 10.0},
+};
+
+TEST(VoiceQuality, VoiceActivityDetectionAndFalseAlarms) {
+    const Signal talk = LoadSpeech("near.raw");
+    const Signal far = LoadSpeech("far.raw");
+    const size_t lead = 2 * kRate, frame = 256;
+    Signal clean(lead + talk.size() + lead, 0.0);
+    std::copy(talk.begin(), talk.end(), clean.begin() + lead);
+    size_t speechEnd = lead;  // the end of the last frame with speech in it
+    for (size_t f = 0; (f + 1) * frame <= clean.size(); f++) {
+        if (Energy(clean, f * frame, (f + 1) * frame) > 0) {
+            speechEnd = (f + 1) * frame;
+        }
+    }
+    const double speechLevel = frame * std::pow(32768.0 * std::pow(10.0, -40.0 / 20), 2);
+    for (const VadCase& c : kVadCases) {
+        SCOPED_TRACE(c.name);
+        Signal mic = Mix(clean, WhiteNoise(11, clean.size(), c.noiseDbfs));
+        Signal ref(mic.size(), 0.0);
+        size_t silentFrom = 0;
+        if (c.farEnd) {
+            for (size_t i = 0; i < ref.size(); i++) {
+                ref[i] = far[i % far.size()];
+            }
+            mic = Mix(mic, Echo(ref, EchoPath(300, 32, 80 * kRate / 1000), 6.0));
+            silentFrom = kConverge;
+        }
+        RunResult r = RunSignals({mic}, ref, kRate, static_cast<int>(frame));
+        int speech = 0, detected = 0, silent = 0, alarms = 0;
+        for (size_t f = 0; f < r.voice.size(); f++) {
+            const size_t at = f * frame;
+            if ((at >= silentFrom && at + frame <= lead) || at >= speechEnd + kRate * 3 / 10) {
+                silent++;
+                alarms += r.voice[f] != 0;
+            } else if (at >= lead && Energy(clean, at, at + frame) > speechLevel) {
+                speech++;
+                detected += r.voice[f] != 0;
+            }
+        }
+        ASSERT_GT(speech, 100);
+        ASSERT_GT(silent, 100);
+        const double detection = 100.0 * detected / speech, falseAlarm = 100.0 * alarms / silent;
+        std::printf(
+            "[quality] VAD %-24s speech frames %d detected %5.1f %%, silent frames %d flagged %5.1f %%\n",
+            c.name, speech, detection, silent, falseAlarm);
+        EXPECT_GT(detection, c.minDetection);
+        EXPECT_LT(falseAlarm, c.maxFalseAlarm);
+    }
+}
+
+}  // namespace
