@@ -6,7 +6,8 @@
 # guest's console output (guest.log). The programs are dynamically linked: their
 # shared libraries and the dynamic loader go into the initramfs with them.
 # Exit: 0 all passed, 1 a failure (or no verdict within the time limit), 77 when the
-# kernel has not been fetched.
+# kernel has not been fetched (1 then too with AUDIOMW_GUEST_REQUIRED=1).
+# AUDIOMW_GUEST_TIMEOUT bounds the qemu run in seconds (default 300).
 set -euo pipefail
 kernel_dir=${1:?usage: run_guest.sh KERNEL_DIR WORK_DIR PROGRAM...}
 work=${2:?usage: run_guest.sh KERNEL_DIR WORK_DIR PROGRAM...}
@@ -16,6 +17,7 @@ limit=${AUDIOMW_GUEST_TIMEOUT:-300}
 
 if [ ! -f "$kernel_dir/modules.order" ]; then
   echo "guest kernel not fetched into $kernel_dir: run scripts/guest-test.sh (or tests/guest/fetch_kernel.sh)"
+  [ "${AUDIOMW_GUEST_REQUIRED:-0}" = 1 ] && exit 1
   exit 77
 fi
 kernel=$kernel_dir/vmlinux
