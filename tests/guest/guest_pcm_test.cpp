@@ -325,6 +325,12 @@ TEST(Htimestamp, AdvancesWithTheFramesCaptured) {
         stamps.push_back(Seconds(stamp));
     }
     EXPECT_NEAR(0.5, stamps.back() - stamps.front(), 0.1);
+    // A running stream stays as it is through a prepare, and its time line goes on.
+    EXPECT_EQ(0, pcm_prepare(capture.get())) << capture.Error();
+    ASSERT_EQ(static_cast<int>(period), pcm_readi(capture.get(), buffer.data(), period)) << capture.Error();
+    ASSERT_EQ(0, pcm_get_htimestamp(capture.get(), &avail, &stamp));
+    EXPECT_GT(Seconds(stamp), stamps.back());
+    EXPECT_EQ(0, pcm_get_underruns(capture.get()));
 }
 
 }  // namespace

@@ -118,6 +118,9 @@ int KernelPcm::Open(pcm* handle, KernelPcm** out) {
 }
 
 int KernelPcm::Prepare(pcm* handle) {
+    if (m_prepared) {
+        return 0;  // prepared, or running since: nothing to do
+    }
     if (ioctl(m_fd, SNDRV_PCM_IOCTL_PREPARE) != 0) {
         return SetPcmError(handle, errno, "cannot prepare channel");
     }

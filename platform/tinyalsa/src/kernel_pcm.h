@@ -23,6 +23,8 @@ class KernelPcm {
     // negative errno with handle->error set.
     static int Open(pcm* handle, KernelPcm** out);
 
+    // Prepares a stream that is not prepared yet or was stopped by an xrun; 0 for one
+    // already prepared or running.
     int Prepare(pcm* handle);
     int Read(pcm* handle, void* data, unsigned int frames);
     int Write(pcm* handle, const void* data, unsigned int frames);
