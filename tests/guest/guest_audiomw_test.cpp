@@ -25,7 +25,7 @@ using audiomw_test::WaitFor;
 class OtherEnd {
   public:
     OtherEnd(unsigned int device, unsigned int flags, unsigned int rate, unsigned int channels)
-        : m_config(Config(channels, rate, rate / 50, 8)), m_pcm(pcm_open(kCard, device, flags, &m_config)) {
+        : m_config(Config(channels, rate, rate / 50, 16)), m_pcm(pcm_open(kCard, device, flags, &m_config)) {
         if (pcm_is_ready(m_pcm)) {
             pcm_prepare(m_pcm);  // the loopback takes the other end's shape from a prepared stream
         }

@@ -109,12 +109,12 @@ TEST_P(LoopbackBytes, ArriveExactlyAsPlayed) {
     const unsigned int sampleBytes = pcm_format_to_bits(c.format) / 8;
     const unsigned int frameBytes = c.channels * sampleBytes;
     const unsigned int patternFrames = period * 15;  // 300 ms
-    const pcm_config config = Config(c.channels, c.rate, period, 8, c.format);
+    const pcm_config config = Config(c.channels, c.rate, period, 16, c.format);
     Pcm capture(kCapture, PCM_IN, config);
     ASSERT_TRUE(pcm_is_ready(capture.get())) << capture.Error();
     Pcm playback(kPlayback, PCM_OUT, config);
     ASSERT_TRUE(pcm_is_ready(playback.get())) << playback.Error();
-    EXPECT_EQ(period, pcm_get_buffer_size(playback.get()) / 8);
+    EXPECT_EQ(period, pcm_get_buffer_size(playback.get()) / 16);
     const Bytes pattern = MakeLoopPattern(c.channels, patternFrames, sampleBytes);
 
     CaptureThread reader(PcmReader(capture.get()), period, frameBytes, patternFrames + c.rate * 3,
