@@ -25,7 +25,7 @@ using audiomw_test::WaitFor;
 class OtherEnd {
   public:
     OtherEnd(unsigned int device, unsigned int flags, unsigned int rate, unsigned int channels)
-        : m_config(Config(channels, rate, rate / 50, 16)), m_pcm(pcm_open(kCard, device, flags, &m_config)) {
+        : m_config(Config(channels, rate, rate / 25, 16)), m_pcm(pcm_open(kCard, device, flags, &m_config)) {
         if (pcm_is_ready(m_pcm)) {
             pcm_prepare(m_pcm);  // the loopback takes the other end's shape from a prepared stream
         }
@@ -101,9 +101,9 @@ class AoOnLoopback : public AudioTest, public ::testing::WithParamInterface<AoCa
 
 TEST_P(AoOnLoopback, CardReceivesTheConvertedBytes) {
     const AoCase& c = GetParam();
-    const int frames = c.rate / 50;  // 20 ms
+    const int frames = c.rate / 10;  // 100 ms: the AO keeps four periods on the card
     const unsigned int cardFrameBytes = c.cardChannels * 2;
-    const unsigned int cardPeriod = c.cardRate / 50;
+    const unsigned int cardPeriod = c.cardRate / 25;
     OtherEnd capture(kCapture, PCM_IN, c.cardRate, c.cardChannels);
     ASSERT_TRUE(pcm_is_ready(capture.get())) << pcm_get_error(capture.get());
 
@@ -113,7 +113,7 @@ TEST_P(AoOnLoopback, CardReceivesTheConvertedBytes) {
     ASSERT_TRUE(AUDIO_AO_isReady(0)) << log.Dump();
     EXPECT_TRUE(log.Has(c.opened)) << c.opened << "\n" << log.Dump();
 
-    const int patternPeriods = 15;
+    const int patternPeriods = 6;
     const Bytes input = MakeLoopPattern(static_cast<unsigned int>(c.channels), frames * patternPeriods);
     const Bytes expected = ConvertLikeTheAo(input, c.rate, c.channels, frames, c.cardRate, c.cardChannels);
     const size_t checkedFrames =
@@ -125,7 +125,7 @@ TEST_P(AoOnLoopback, CardReceivesTheConvertedBytes) {
     const size_t periodBytes = static_cast<size_t>(frames) * c.channels * 2;
     Bytes silence(periodBytes, 0);
     int failed = 0;
-    for (int period = 0; period < 200 && !reader.Done(); ++period) {
+    for (int period = 0; period < 40 && !reader.Done(); ++period) {
         unsigned char* data = period < patternPeriods
                                   ? const_cast<uint8_t*>(input.data()) + period * periodBytes
                                   : silence.data();
@@ -150,19 +150,19 @@ INSTANTIATE_TEST_SUITE_P(
                              2,
                              16000,
                              2,
-                             {6, "init", "AO[0] Open Alsa 0:0 rate:16000 chn:2 frame:320 format:0"}},
+                             {6, "init", "AO[0] Open Alsa 0:0 rate:16000 chn:2 frame:1600 format:0"}},
                       AoCase{"OwnResampling",
                              48000,
                              2,
                              16000,
                              2,
-                             {6, "init", "AO[0] Open Alsa 0:0 rate:48000 chn:2 frame:960 format:0"}},
+                             {6, "init", "AO[0] Open Alsa 0:0 rate:48000 chn:2 frame:4800 format:0"}},
                       AoCase{"OwnRematrixAndResampling",
                              48000,
                              2,
                              16000,
                              1,
-                             {6, "init", "AO[0] Open Alsa 0:0 rate:48000 chn:2 frame:960 format:0"}}),
+                             {6, "init", "AO[0] Open Alsa 0:0 rate:48000 chn:2 frame:4800 format:0"}}),
     [](const ::testing::TestParamInfo<AoCase>& info) { return info.param.name; });
 
 // --- capture through an ALSA AI ---
@@ -207,7 +207,7 @@ TEST_P(AiOnLoopback, DeliversWhatThePlaybackEndPlays) {
     const AiCase& c = GetParam();
     const unsigned int channels = 2;
     const int frames = c.rate / 50;
-    const unsigned int cardPeriod = c.cardRate / 50;
+    const unsigned int cardPeriod = c.cardRate / 25;
     const unsigned int runFrames = c.cardRate / 100;  // 10 ms runs
     const unsigned int runs = 40;
     OtherEnd playback(kPlayback, PCM_OUT, c.cardRate, channels);

@@ -203,11 +203,14 @@ int KernelPcm::Timestamp(unsigned int* avail, timespec* stamp) const {
     if (status.state != SNDRV_PCM_STATE_RUNNING && status.state != SNDRV_PCM_STATE_DRAINING) {
         return -1;
     }
-    if (status.tstamp.tv_sec == 0 && status.tstamp.tv_nsec == 0) {
+    // Until the position first moves, the time of the start is the latest there is.
+    const timespec& latest =
+        status.tstamp.tv_sec != 0 || status.tstamp.tv_nsec != 0 ? status.tstamp : status.trigger_tstamp;
+    if (latest.tv_sec == 0 && latest.tv_nsec == 0) {
         return -1;
     }
     *avail = static_cast<unsigned int>(status.avail);
-    *stamp = status.tstamp;
+    *stamp = latest;
     return 0;
 }
 
