@@ -5,7 +5,7 @@
 #include <unistd.h>
 
 #include "kernel_hw_params.h"
-#include "kernel_node.h"
+#include "node_path.h"
 #include "kernel_pcm.h"
 #include "pcm_ops.h"
 

@@ -8,7 +8,7 @@
 #include <new>
 
 #include "kernel_hw_params.h"
-#include "kernel_node.h"
+#include "node_path.h"
 #include "pcm_format.h"
 
 namespace tinyalsa {

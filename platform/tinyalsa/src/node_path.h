@@ -1,6 +1,6 @@
 // The device node of a kernel PCM: "/dev/snd/pcmC<card>D<device>{c,p}".
-#ifndef TINYALSA_SRC_KERNEL_NODE_H
-#define TINYALSA_SRC_KERNEL_NODE_H
+#ifndef TINYALSA_SRC_NODE_PATH_H
+#define TINYALSA_SRC_NODE_PATH_H
 
 #include <cstdio>
 
@@ -21,4 +21,4 @@ class NodePath {
 
 }  // namespace tinyalsa
 
-#endif  // TINYALSA_SRC_KERNEL_NODE_H
+#endif  // TINYALSA_SRC_NODE_PATH_H
