@@ -8,6 +8,7 @@ PACKAGES=(
   libgtest-dev libgmock-dev libbenchmark-dev
   clang libclang-rt-14-dev
   espeak-ng sox
+  qemu-system-x86 busybox-static xz-utils
 )
 missing=()
 for p in "${PACKAGES[@]}"; do

@@ -1,46 +1,67 @@
-// The backend of the kernel's ALSA PCM devices. Until the ioctl implementation
-// lands, every device reports that it cannot be opened: the node's own error when
-// it is missing, "Function not implemented" otherwise.
+// The backend of the kernel's ALSA PCM devices: /dev/snd/pcmC<card>D<device>{c,p}
+// driven through the kernel's PCM ioctls, blocking and interleaved.
+#include <fcntl.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
-#include <cerrno>
-#include <cstdio>
-
+#include "kernel_hw_params.h"
+#include "node_path.h"
+#include "kernel_pcm.h"
 #include "pcm_ops.h"
 
 namespace tinyalsa {
 namespace {
 
-bool KernelParamsGet(unsigned int, unsigned int, unsigned int, ParamRanges*) {
-    return false;
+KernelPcm* PcmOf(pcm* handle) {
+    return static_cast<KernelPcm*>(handle->impl);
+}
+
+// Refines an all-open parameter set on the node: what the device can do at all, as
+// far as the other users of the card (a loopback's other end, for one) allow now.
+bool KernelParamsGet(unsigned int card, unsigned int device, unsigned int flags, ParamRanges* ranges) {
+    NodePath path(card, device, flags);
+    int fd = open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
+    if (fd < 0) {
+        return false;
+    }
+    snd_pcm_hw_params params;
+    InitOpenHwParams(&params);
+    bool refined = ioctl(fd, SNDRV_PCM_IOCTL_HW_REFINE, &params) == 0;
+    close(fd);
+    if (refined) {
+        RangesFromHwParams(params, ranges);
+    }
+    return refined;
 }
 
 int KernelOpen(pcm* handle) {
-    char path[64];
-    std::snprintf(path, sizeof(path), "/dev/snd/pcmC%uD%u%c", handle->card, handle->device,
-                  DirectionLetter(handle->flags));
-    if (access(path, F_OK) != 0) {
-        return SetPcmError(handle, errno, "cannot open device '%s'", path);
+    KernelPcm* kernelPcm = nullptr;
+    int result = KernelPcm::Open(handle, &kernelPcm);
+    if (result == 0) {
+        handle->impl = kernelPcm;
     }
-    return SetPcmError(handle, ENOSYS, "cannot open device '%s' (kernel PCM backend not built)", path);
+    return result;
 }
 
-void KernelClose(pcm*) {}
-
-int KernelPrepare(pcm*) {
-    return -ENOSYS;
+void KernelClose(pcm* handle) {
+    delete PcmOf(handle);
+    handle->impl = nullptr;
 }
 
-int KernelReadi(pcm*, void*, unsigned int) {
-    return -ENOSYS;
+int KernelPrepare(pcm* handle) {
+    return PcmOf(handle)->Prepare(handle);
 }
 
-int KernelWritei(pcm*, const void*, unsigned int) {
-    return -ENOSYS;
+int KernelReadi(pcm* handle, void* data, unsigned int frames) {
+    return PcmOf(handle)->Read(handle, data, frames);
 }
 
-int KernelGetHtimestamp(pcm*, unsigned int*, timespec*) {
-    return -1;
+int KernelWritei(pcm* handle, const void* data, unsigned int frames) {
+    return PcmOf(handle)->Write(handle, data, frames);
+}
+
+int KernelGetHtimestamp(pcm* handle, unsigned int* avail, timespec* stamp) {
+    return PcmOf(handle)->Timestamp(avail, stamp);
 }
 
 const PcmOps kKernelOps = {
