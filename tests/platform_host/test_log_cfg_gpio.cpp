@@ -119,7 +119,7 @@ TEST(CfgDocTest, WellFormedFileGivesItsDocumentOthersNull) {
     ScratchRoot root;
     std::string path =
         WriteText(root.Path("/cfg0/a.xml"), "<?xml version=\"1.0\"?><Audio><AI id=\"2\"/><AO/></Audio>");
-    std::unique_ptr<tinyxml2::XMLDocument> doc(CFG_GetDocByFileName(path.c_str()));
+    std::unique_ptr<tinyxml2::XMLDocument> doc(CFG_GetDocByFileName(&path[0], ZN_TRUE));
     ASSERT_NE(doc, nullptr);
     tinyxml2::XMLElement* ai = doc->FirstChildElement("Audio")->FirstChildElement("AI");
     ASSERT_NE(ai, nullptr);
@@ -128,9 +128,9 @@ TEST(CfgDocTest, WellFormedFileGivesItsDocumentOthersNull) {
     for (const std::string& bad :
          {root.Path("/cfg0/none.xml"), WriteText(root.Path("/cfg0/b.xml"), "<Audio><AI></Audio>"),
           WriteText(root.Path("/cfg0/c.xml"), ""), root.Path("/cfg0")}) {
-        EXPECT_EQ(CFG_GetDocByFileName(bad.c_str()), nullptr) << bad;
+        EXPECT_EQ(CFG_GetDocByFileName(const_cast<char*>(bad.c_str()), ZN_TRUE), nullptr) << bad;
     }
-    EXPECT_EQ(CFG_GetDocByFileName(nullptr), nullptr);
+    EXPECT_EQ(CFG_GetDocByFileName(nullptr, ZN_TRUE), nullptr);
 }
 
 // Level from the first character of <root>/gpio<n>/value; an override wins until cleared.
