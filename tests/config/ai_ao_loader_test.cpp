@@ -164,6 +164,10 @@ std::vector<AiRow> AiRows() {
     };
 }
 
+void PrintTo(const AiRow& r, std::ostream* os) {
+    *os << r.title;
+}
+
 class AiLoaderTable : public ConfigTest, public ::testing::WithParamInterface<AiRow> {};
 
 TEST_P(AiLoaderTable, RecordsAndWarnings) {
@@ -219,6 +223,10 @@ std::vector<AoRow> AoRows() {
     };
 }
 
+void PrintTo(const AoRow& r, std::ostream* os) {
+    *os << r.title;
+}
+
 class AoLoaderTable : public ConfigTest, public ::testing::WithParamInterface<AoRow> {};
 
 TEST_P(AoLoaderTable, RecordsAndWarnings) {
@@ -241,6 +249,10 @@ struct FailRow {
     const char* text;  // null: no file at all
     bool parses;
 };
+
+void PrintTo(const FailRow& r, std::ostream* os) {
+    *os << r.title;
+}
 
 class LoadFailureTable : public ConfigTest, public ::testing::WithParamInterface<FailRow> {};
 

@@ -278,6 +278,10 @@ std::vector<StreamRow> Rows() {
     };
 }
 
+void PrintTo(const StreamRow& r, std::ostream* os) {
+    *os << r.title;
+}
+
 class StreamLoaderTable : public ConfigTest, public ::testing::WithParamInterface<StreamRow> {};
 
 TEST_P(StreamLoaderTable, RecordsAndLines) {

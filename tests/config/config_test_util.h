@@ -77,6 +77,8 @@ void ExpectRecords(const std::vector<tagAI_XML_CFG_S>& want, const std::list<tag
 void ExpectRecords(const std::vector<tagAO_XML_CFG_S>& want, const std::list<tagAO_XML_CFG_S>& got);
 void ExpectNodes(const std::vector<ASTREAM_NODE_ATTR_S>& want, const std::list<ASTREAM_NODE_ATTR_S>& got);
 
+// Expects every line of `want` in order (other lines may lie between them).
+void ExpectInOrder(const audiomw_test::LogCapture& log, const std::vector<Logged>& want);
 // Expects every line of `want` in order, and no other warning or error: a load that
 // warns about more than it should fails too.
 void ExpectWarnings(const audiomw_test::LogCapture& log, const std::vector<Logged>& want);
