@@ -1,7 +1,6 @@
 // parseNumberList against a plain model: the text is the fuzzed bytes up to the first
 // NUL; the capacity comes from the first byte. The output array is exactly `max` ints
 // on the heap, so a write past it is caught.
-#include <cerrno>
 #include <climits>
 #include <cstdlib>
 #include <cstring>

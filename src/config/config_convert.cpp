@@ -1,9 +1,7 @@
 // The exported conversions both configuration loaders share: sample-rate names, the
 // ALSA and combo device attributes, colon-separated number lists and automatic ids.
-#include <strings.h>
 #include <tinyxml2.h>
 
-#include <cerrno>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
