@@ -103,8 +103,9 @@ int UTIL_THREAD_Destory(tagPTHREAD_DATA_S* pstThread, tagZN_BOOL bWait);
 
 // ---- Configuration documents and GPIO -----------------------------------------------
 
-// Loads and parses an XML file; a heap document the caller deletes, or null.
-tinyxml2::XMLDocument* CFG_GetDocByFileName(const char* pcFileName);
+// Loads and parses an XML file; a heap document the caller deletes, or null. The
+// configuration loaders pass bFlag true; the PC build parses the same way either way.
+tinyxml2::XMLDocument* CFG_GetDocByFileName(char* pcFileName, tagZN_BOOL bFlag);
 
 // The level (0 or 1) of GPIO s32Gpio, read from /sys/class/gpio/gpio<n>/value; -1 when
 // it cannot be read or holds something else.

@@ -26,6 +26,11 @@ void BSP_SetGpioSysfsRoot(const char* pcDir);
 // negative cancels a pending failure.
 void UTIL_SetThreadStartFault(int s32After);
 
+// Calls of CFG_GetDocByFileName so far, and the flag value the last one was given (-1
+// before the first call).
+int CFG_GetDocCallCount(void);
+int CFG_GetDocLastFlag(void);
+
 // Pools not yet freed: a pool destroyed without waiting is freed by its last worker.
 int UTIL_PF_GetLiveCount(void);
 // Helper threads (UTIL_THREAD_Create) whose loop has not yet ended.

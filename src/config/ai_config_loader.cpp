@@ -1,0 +1,128 @@
+// AUDIO_AI_LoadFromConfig: the <AI> sections of the configuration file as a list of
+// tagAI_XML_CFG_S records.
+#include <tinyxml2.h>
+
+#include <cstring>
+
+#include "audio_config.h"
+#include "audio_log.h"
+#include "config_xml.h"
+#include "root_path.h"
+
+namespace {
+
+using audiomw::config::AttrInt;
+using audiomw::config::AttrText;
+using audiomw::config::SameText;
+
+constexpr const char* kOp = "AUDIO_AI_LoadFromConfig";
+
+const tagAI_DEV_TYPE_E kUnknownAiType = static_cast<tagAI_DEV_TYPE_E>(-1);
+
+void ApplyCombo(tinyxml2::XMLElement* pDevice, tagAI_XML_CFG_S& stCfg) {
+    stCfg.stAttr.stComboDev.s32AiCnt = 0;
+    parseComboDevAttr(pDevice, stCfg.stAttr.stComboDev);
+    const char* pcList = AttrText(pDevice, "AiIdList");
+    int s32Items = pcList == nullptr ? 0 : audiomw::config::CountListItems(pcList);
+    if (s32Items > AUDIO_AI_COMBO_MAX_NUM) {
+        AUDIO_LOG_OP(kOp, UTIL_LOG_WARN,
+                     "AiIdList of AI[" CFG_LOG_NAME_FMT "] holds %d ids, only the first %d kept",
+                     stCfg.acName, s32Items, AUDIO_AI_COMBO_MAX_NUM);
+    }
+}
+
+// <Device Type=...>: the device kind and its address. A missing or unknown type leaves
+// the record with type -1, which the AI registry refuses to create.
+void ApplyDevice(tinyxml2::XMLElement* pDevice, tagAI_XML_CFG_S& stCfg) {
+    AI_ATTR_S& stAttr = stCfg.stAttr;
+    const char* pcType = AttrText(pDevice, "Type");
+    if (pcType == nullptr) {
+        stAttr.eType = kUnknownAiType;
+        AUDIO_LOG_OP(kOp, UTIL_LOG_WARN,
+                     "Missing attr Type of <Device> for AI[" CFG_LOG_NAME_FMT "], type set to -1",
+                     stCfg.acName);
+    } else if (SameText(pcType, "Alsa")) {
+        stAttr.eType = AI_DEV_TYPE_ALSA;
+        parseAlsaDevAttr(pDevice, stAttr.stAlsaDev);
+    } else if (SameText(pcType, "Combo")) {
+        stAttr.eType = AI_DEV_TYPE_COMBO;
+        ApplyCombo(pDevice, stCfg);
+    } else if (SameText(pcType, "Afile")) {
+        stAttr.eType = AI_DEV_TYPE_FILE;
+        const char* pcPath = AttrText(pDevice, "FilePath");
+        if (pcPath != nullptr) {
+            audiomw::config::CopyText(stAttr.acFilePath, sizeof(stAttr.acFilePath), pcPath);
+        }
+    } else {
+        stAttr.eType = kUnknownAiType;
+        AUDIO_LOG_OP(kOp, UTIL_LOG_WARN, "Un-support device type " CFG_LOG_VALUE_FMT " for AI", pcType);
+    }
+}
+
+void ApplySampleRate(tinyxml2::XMLElement* pElem, tagAI_XML_CFG_S& stCfg) {
+    const char* pcRate = AttrText(pElem, "Cur");
+    if (pcRate == nullptr) {
+        AUDIO_LOG_OP(kOp, UTIL_LOG_WARN,
+                     "Missing attr Cur of <SampleRate> for AI[" CFG_LOG_NAME_FMT "], rate unchanged",
+                     stCfg.acName);
+        return;
+    }
+    stCfg.stAttr.eSampleRate = audioSampleRateStr2Val(pcRate);
+}
+
+// One child element of an <AI>, by its name in any case.
+void ApplyChild(tinyxml2::XMLElement* pChild, tagAI_XML_CFG_S& stCfg) {
+    const char* pcTag = pChild->Value();
+    if (SameText(pcTag, "Device")) {
+        ApplyDevice(pChild, stCfg);
+    } else if (SameText(pcTag, "SampleRate")) {
+        ApplySampleRate(pChild, stCfg);
+    } else if (SameText(pcTag, "Channel")) {
+        AttrInt(pChild, "Cur", stCfg.stAttr.s32Channel);
+    } else if (SameText(pcTag, "FrameSize")) {
+        AttrInt(pChild, "Cur", stCfg.stAttr.s32FrameLen);
+    } else if (SameText(pcTag, "Volume")) {
+        AttrInt(pChild, "Cur", stCfg.stAttr.s32Volume);
+    } else {
+        AUDIO_LOG_OP(kOp, UTIL_LOG_WARN, "Un-support sub node <" CFG_LOG_VALUE_FMT "> for AI", pcTag);
+    }
+}
+
+void ReadAi(tinyxml2::XMLElement* pAi, int s32Index, int& s32Mask, tagAI_XML_CFG_S& stCfg) {
+    std::memset(&stCfg, 0, sizeof(stCfg));
+    stCfg.s32Id = audiomw::config::ReadSectionHead(kOp, "AI", pAi, s32Index, s32Mask, stCfg.acName);
+    for (tinyxml2::XMLElement* pChild = pAi->FirstChildElement(nullptr); pChild != nullptr;
+         pChild = pChild->NextSiblingElement(nullptr)) {
+        ApplyChild(pChild, stCfg);
+    }
+}
+
+}  // namespace
+
+int AUDIO_AI_LoadFromConfig(std::list<tagAI_XML_CFG_S>& list) {
+    int s32Mask = 0;
+    char acPath[audiomw::kRootPathMax] = {0};
+    audiomw::config::DocPtr pDoc = audiomw::config::LoadDocument(acPath, sizeof(acPath));
+    if (pDoc == nullptr) {
+        AUDIO_LOGE("load AI from %s failed\n", acPath);
+        return -1;
+    }
+    tinyxml2::XMLElement* pAudio = audiomw::config::AudioRoot(pDoc.get());
+    if (pAudio == nullptr) {
+        AUDIO_LOGE("<%s> not found\n", "Audio");
+        return -1;
+    }
+    list.clear();
+    int s32Index = 0;
+    for (tinyxml2::XMLElement* pAi = pAudio->FirstChildElement("AI"); pAi != nullptr;
+         pAi = pAi->NextSiblingElement("AI")) {
+        list.emplace_back();
+        ReadAi(pAi, ++s32Index, s32Mask, list.back());
+    }
+    for (tagAI_XML_CFG_S& stCfg : list) {
+        if (stCfg.s32Id < 0) {
+            stCfg.s32Id = getUseableId(s32Mask);
+        }
+    }
+    return 0;
+}

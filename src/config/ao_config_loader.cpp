@@ -1,0 +1,103 @@
+// AUDIO_AO_LoadFromConfig: the <AO> sections of the configuration file as a list of
+// tagAO_XML_CFG_S records.
+#include <tinyxml2.h>
+
+#include <cstring>
+
+#include "audio_config.h"
+#include "audio_log.h"
+#include "config_xml.h"
+#include "root_path.h"
+
+namespace {
+
+using audiomw::config::AttrInt;
+using audiomw::config::AttrText;
+using audiomw::config::SameText;
+
+constexpr const char* kOp = "AUDIO_AO_LoadFromConfig";
+
+// <Device Type=...>: only ALSA playback exists; anything else leaves type -1, which the
+// AO registry refuses to create.
+void ApplyDevice(tinyxml2::XMLElement* pDevice, tagAO_XML_CFG_S& stCfg) {
+    const char* pcType = AttrText(pDevice, "Type");
+    if (pcType == nullptr) {
+        stCfg.stAttr.eType = -1;
+        AUDIO_LOG_OP(kOp, UTIL_LOG_WARN,
+                     "Missing attr Type of <Device> for AO[" CFG_LOG_NAME_FMT "], type set to -1",
+                     stCfg.acName);
+    } else if (SameText(pcType, "Alsa")) {
+        stCfg.stAttr.eType = 0;
+        parseAlsaDevAttr(pDevice, stCfg.stAttr.stAlsaDev);
+    } else {
+        stCfg.stAttr.eType = -1;
+        AUDIO_LOG_OP(kOp, UTIL_LOG_WARN, "Un-support device type " CFG_LOG_VALUE_FMT " for AO", pcType);
+    }
+}
+
+void ApplySampleRate(tinyxml2::XMLElement* pElem, tagAO_XML_CFG_S& stCfg) {
+    const char* pcRate = AttrText(pElem, "Cur");
+    if (pcRate == nullptr) {
+        AUDIO_LOG_OP(kOp, UTIL_LOG_WARN,
+                     "Missing attr Cur of <SampleRate> for AO[" CFG_LOG_NAME_FMT "], rate unchanged",
+                     stCfg.acName);
+        return;
+    }
+    stCfg.stAttr.eSampleRate = audioSampleRateStr2Val(pcRate);
+}
+
+void ApplyChild(tinyxml2::XMLElement* pChild, tagAO_XML_CFG_S& stCfg) {
+    const char* pcTag = pChild->Value();
+    if (SameText(pcTag, "Device")) {
+        ApplyDevice(pChild, stCfg);
+    } else if (SameText(pcTag, "SampleRate")) {
+        ApplySampleRate(pChild, stCfg);
+    } else if (SameText(pcTag, "Channel")) {
+        AttrInt(pChild, "Cur", stCfg.stAttr.s32Channel);
+    } else if (SameText(pcTag, "FrameSize")) {
+        AttrInt(pChild, "Cur", stCfg.stAttr.s32FrameSize);
+    } else if (SameText(pcTag, "Volume")) {
+        AttrInt(pChild, "Cur", stCfg.stAttr.s32Volume);
+    } else {
+        AUDIO_LOG_OP(kOp, UTIL_LOG_WARN, "Un-support sub node <" CFG_LOG_VALUE_FMT "> for AO", pcTag);
+    }
+}
+
+void ReadAo(tinyxml2::XMLElement* pAo, int s32Index, int& s32Mask, tagAO_XML_CFG_S& stCfg) {
+    std::memset(&stCfg, 0, sizeof(stCfg));
+    stCfg.s32Id = audiomw::config::ReadSectionHead(kOp, "AO", pAo, s32Index, s32Mask, stCfg.acName);
+    for (tinyxml2::XMLElement* pChild = pAo->FirstChildElement(nullptr); pChild != nullptr;
+         pChild = pChild->NextSiblingElement(nullptr)) {
+        ApplyChild(pChild, stCfg);
+    }
+}
+
+}  // namespace
+
+int AUDIO_AO_LoadFromConfig(std::list<tagAO_XML_CFG_S>& list) {
+    int s32Mask = 0;
+    char acPath[audiomw::kRootPathMax] = {0};
+    audiomw::config::DocPtr pDoc = audiomw::config::LoadDocument(acPath, sizeof(acPath));
+    if (pDoc == nullptr) {
+        AUDIO_LOGE("load AO from %s failed\n", acPath);
+        return -1;
+    }
+    tinyxml2::XMLElement* pAudio = audiomw::config::AudioRoot(pDoc.get());
+    if (pAudio == nullptr) {
+        AUDIO_LOGE("<%s> not found\n", "Audio");
+        return -1;
+    }
+    list.clear();
+    int s32Index = 0;
+    for (tinyxml2::XMLElement* pAo = pAudio->FirstChildElement("AO"); pAo != nullptr;
+         pAo = pAo->NextSiblingElement("AO")) {
+        list.emplace_back();
+        ReadAo(pAo, ++s32Index, s32Mask, list.back());
+    }
+    for (tagAO_XML_CFG_S& stCfg : list) {
+        if (stCfg.s32Id < 0) {
+            stCfg.s32Id = getUseableId(s32Mask);
+        }
+    }
+    return 0;
+}

@@ -1,0 +1,64 @@
+// What the configuration loaders share: loading the document, reading attributes and
+// element names by the file's matching rules, copying names and paths into fixed
+// fields, and settling a section's id against the loader's used-id mask.
+#ifndef AUDIOMW_SRC_CONFIG_CONFIG_XML_H
+#define AUDIOMW_SRC_CONFIG_CONFIG_XML_H
+
+#include <cstddef>
+#include <memory>
+
+#include "audio_config.h"
+
+namespace tinyxml2 {
+class XMLDocument;
+}
+
+namespace audiomw {
+namespace config {
+
+// At most this many characters of a value taken from the file (a type name, an element
+// name) go into a log line, so that a huge value cannot flood the log.
+#define CFG_LOG_VALUE_FMT "%.64s"
+// A configuration name in a log line: the stored name, bounded to its field.
+#define CFG_LOG_NAME_FMT "%.32s"
+
+struct DocDeleter {
+    void operator()(tinyxml2::XMLDocument* pDoc) const;
+};
+using DocPtr = std::unique_ptr<tinyxml2::XMLDocument, DocDeleter>;
+
+// Loads and parses the configuration file under the root directory. acPath receives
+// the path that was loaded (for messages). Null when it cannot be loaded or parsed.
+DocPtr LoadDocument(char* acPath, size_t u32PathLen);
+// The document's first element named exactly "Audio", or null.
+tinyxml2::XMLElement* AudioRoot(tinyxml2::XMLDocument* pDoc);
+
+// The text of attribute pcName (exact name), or null when absent.
+const char* AttrText(const tinyxml2::XMLElement* pElem, const char* pcName);
+// Sets s32Value from attribute pcName when it is present and an integer; true if set.
+bool AttrInt(const tinyxml2::XMLElement* pElem, const char* pcName, int& s32Value);
+// The integer attribute pcName, or s32Default when absent or not an integer.
+int AttrIntOr(const tinyxml2::XMLElement* pElem, const char* pcName, int s32Default);
+// Case-blind comparison of an element name or an enumerated value; null never matches.
+bool SameText(const char* pcText, const char* pcWanted);
+
+// Zero-fills the name field and copies the first AUDIO_CFG_NAME_LEN characters of pcText
+// (null: left empty); a name that long or longer has no terminator.
+void CopyName(char (&acName)[AUDIO_CFG_NAME_LEN], const char* pcText);
+// Copies at most u32Room - 1 characters of pcText and a NUL.
+void CopyText(char* pcDst, size_t u32Room, const char* pcText);
+// Items of a colon-separated list: one more than its colons.
+int CountListItems(const char* pcText);
+
+// Reads "Id" and "Name" of a section (kind "AI", "AO" or "ASTREAM", the s32Index-th of
+// its kind), copies the name and settles the id against the mask: an id of -1 (absent,
+// not an integer or -1) and an id whose bit is already taken are warned about and come
+// back as -1, to be assigned once all sections are read; any other id takes its bit
+// (its low five bits), a negative one included. pcOp names the loader in log lines.
+int ReadSectionHead(const char* pcOp, const char* pcKind, const tinyxml2::XMLElement* pElem, int s32Index,
+                    int& s32Mask, char (&acName)[AUDIO_CFG_NAME_LEN]);
+
+}  // namespace config
+}  // namespace audiomw
+
+#endif  // AUDIOMW_SRC_CONFIG_CONFIG_XML_H
