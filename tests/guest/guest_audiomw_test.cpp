@@ -196,8 +196,13 @@ struct AiCase {
 
 class AiOnLoopback : public AudioTest, public ::testing::WithParamInterface<AiCase> {
   protected:
+    // Close before disabling: disabling an open AI initialises and reopens it, and
+    // deleting it releases nothing, so its capture end would stay open and hold the
+    // loopback at this case's rate.
     void TearDown() override {
+        AUDIO_AI_Close(0);
         AUDIO_AI_SetEnable(0, ZN_FALSE);
+        EXPECT_EQ(0, AUDIO_AI_isInitd(0)) << "the AI still holds its capture end";
         AUDIO_AI_Destroy(0);
     }
 };
