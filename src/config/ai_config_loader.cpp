@@ -7,7 +7,6 @@
 #include "audio_config.h"
 #include "audio_log.h"
 #include "config_xml.h"
-#include "root_path.h"
 
 namespace {
 
@@ -100,29 +99,5 @@ void ReadAi(tinyxml2::XMLElement* pAi, int s32Index, int& s32Mask, tagAI_XML_CFG
 }  // namespace
 
 int AUDIO_AI_LoadFromConfig(std::list<tagAI_XML_CFG_S>& list) {
-    int s32Mask = 0;
-    char acPath[audiomw::kRootPathMax] = {0};
-    audiomw::config::DocPtr pDoc = audiomw::config::LoadDocument(acPath, sizeof(acPath));
-    if (pDoc == nullptr) {
-        AUDIO_LOGE("load AI from %s failed\n", acPath);
-        return -1;
-    }
-    tinyxml2::XMLElement* pAudio = audiomw::config::AudioRoot(pDoc.get());
-    if (pAudio == nullptr) {
-        AUDIO_LOGE("<%s> not found\n", "Audio");
-        return -1;
-    }
-    list.clear();
-    int s32Index = 0;
-    for (tinyxml2::XMLElement* pAi = pAudio->FirstChildElement("AI"); pAi != nullptr;
-         pAi = pAi->NextSiblingElement("AI")) {
-        list.emplace_back();
-        ReadAi(pAi, ++s32Index, s32Mask, list.back());
-    }
-    for (tagAI_XML_CFG_S& stCfg : list) {
-        if (stCfg.s32Id < 0) {
-            stCfg.s32Id = getUseableId(s32Mask);
-        }
-    }
-    return 0;
+    return audiomw::config::LoadSections(__func__, "AI", list, ReadAi);
 }

@@ -7,7 +7,6 @@
 #include "audio_config.h"
 #include "audio_log.h"
 #include "config_xml.h"
-#include "root_path.h"
 
 namespace {
 
@@ -75,29 +74,5 @@ void ReadAo(tinyxml2::XMLElement* pAo, int s32Index, int& s32Mask, tagAO_XML_CFG
 }  // namespace
 
 int AUDIO_AO_LoadFromConfig(std::list<tagAO_XML_CFG_S>& list) {
-    int s32Mask = 0;
-    char acPath[audiomw::kRootPathMax] = {0};
-    audiomw::config::DocPtr pDoc = audiomw::config::LoadDocument(acPath, sizeof(acPath));
-    if (pDoc == nullptr) {
-        AUDIO_LOGE("load AO from %s failed\n", acPath);
-        return -1;
-    }
-    tinyxml2::XMLElement* pAudio = audiomw::config::AudioRoot(pDoc.get());
-    if (pAudio == nullptr) {
-        AUDIO_LOGE("<%s> not found\n", "Audio");
-        return -1;
-    }
-    list.clear();
-    int s32Index = 0;
-    for (tinyxml2::XMLElement* pAo = pAudio->FirstChildElement("AO"); pAo != nullptr;
-         pAo = pAo->NextSiblingElement("AO")) {
-        list.emplace_back();
-        ReadAo(pAo, ++s32Index, s32Mask, list.back());
-    }
-    for (tagAO_XML_CFG_S& stCfg : list) {
-        if (stCfg.s32Id < 0) {
-            stCfg.s32Id = getUseableId(s32Mask);
-        }
-    }
-    return 0;
+    return audiomw::config::LoadSections(__func__, "AO", list, ReadAo);
 }

@@ -5,13 +5,14 @@
 #define AUDIOMW_SRC_CONFIG_CONFIG_XML_H
 
 #include <cstddef>
+#include <list>
 #include <memory>
 
-#include "audio_config.h"
+#include <tinyxml2.h>
 
-namespace tinyxml2 {
-class XMLDocument;
-}
+#include "audio_config.h"
+#include "audio_log.h"
+#include "root_path.h"
 
 namespace audiomw {
 namespace config {
@@ -57,6 +58,40 @@ int CountListItems(const char* pcText);
 // (its low five bits), a negative one included. pcOp names the loader in log lines.
 int ReadSectionHead(const char* pcOp, const char* pcKind, const tinyxml2::XMLElement* pElem, int s32Index,
                     int& s32Mask, char (&acName)[AUDIO_CFG_NAME_LEN]);
+
+// The walk every loader makes: load the file, find <Audio>, read each element named
+// pcKind (exact name) into a new record of list with read(element, index, mask, record),
+// then give each record still without an id the first free one. pcOp names the exported
+// loader in log lines. Returns 0, or -1 with the list untouched when the file cannot be
+// loaded or has no <Audio>.
+template <typename Cfg, typename ReadFn>
+int LoadSections(const char* pcOp, const char* pcKind, std::list<Cfg>& list, ReadFn read) {
+    char acPath[kRootPathMax] = {0};
+    DocPtr pDoc = LoadDocument(acPath, sizeof(acPath));
+    if (pDoc == nullptr) {
+        AUDIO_LOG_OP(pcOp, UTIL_LOG_ERR, "load %s from %s failed\n", pcKind, acPath);
+        return -1;
+    }
+    tinyxml2::XMLElement* pAudio = AudioRoot(pDoc.get());
+    if (pAudio == nullptr) {
+        AUDIO_LOG_OP(pcOp, UTIL_LOG_ERR, "<%s> not found\n", "Audio");
+        return -1;
+    }
+    list.clear();
+    int s32Mask = 0;
+    int s32Index = 0;
+    for (tinyxml2::XMLElement* pElem = pAudio->FirstChildElement(pcKind); pElem != nullptr;
+         pElem = pElem->NextSiblingElement(pcKind)) {
+        list.emplace_back();
+        read(pElem, ++s32Index, s32Mask, list.back());
+    }
+    for (Cfg& stCfg : list) {
+        if (stCfg.s32Id < 0) {
+            stCfg.s32Id = getUseableId(s32Mask);
+        }
+    }
+    return 0;
+}
 
 }  // namespace config
 }  // namespace audiomw
