@@ -188,7 +188,7 @@ TEST_F(ComboTest, RefusedMemberLists) {
         }
         log.Clear();
         CreateCombo(kCombo, row.combo);
-        ExpectLog(log, {{3, "init", row.line}, {6, "AUDIO_AI_Create", "AI[3] create success"}});
+        EXPECT_EQ(Lines({{3, "init", row.line}, {6, "AUDIO_AI_Create", "AI[3] create success"}}), log.All());
         EXPECT_EQ(0, AUDIO_AI_isInitd(kCombo));
         EXPECT_EQ(0, AUDIO_AI_isEnabled(0));
         WithinDeadline([&] {
