@@ -14,17 +14,6 @@ namespace {
 
 using namespace audiomw_test;
 
-// Channel 2 at 30000 in every frame, the other channels the card pattern.
-int HighChannelTwo(void*, void* data, unsigned int frames, unsigned long long first, const pcm_config* cfg) {
-    int16_t* s = static_cast<int16_t*>(data);
-    for (unsigned int f = 0; f < frames; ++f) {
-        for (unsigned int c = 0; c < cfg->channels; ++c) {
-            s[f * cfg->channels + c] = c == 2 ? 30000 : vcard_pattern_sample(c, first + f);
-        }
-    }
-    return 0;
-}
-
 size_t Occurrences(const std::string& text, const std::string& what) {
     size_t n = 0;
     for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) {

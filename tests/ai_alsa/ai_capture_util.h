@@ -92,6 +92,18 @@ inline std::vector<int16_t> PatternFrames(int channels, unsigned long long first
     return s;
 }
 
+// A source callback: channel 2 at 30000 in every frame, the other channels the pattern.
+inline int HighChannelTwo(void*, void* data, unsigned int frames, unsigned long long first,
+                          const pcm_config* cfg) {
+    int16_t* s = static_cast<int16_t*>(data);
+    for (unsigned int f = 0; f < frames; ++f) {
+        for (unsigned int c = 0; c < cfg->channels; ++c) {
+            s[f * cfg->channels + c] = c == 2 ? 30000 : vcard_pattern_sample(c, first + f);
+        }
+    }
+    return 0;
+}
+
 // What a pattern card of `cardChn` channels at `cardRate` gives an AI asking for
 // `chn` channels at `rate`, `blocks` blocks of `frames`: libsamplerate's zero-order hold
 // driven directly period by period, then channels repeated or dropped.
