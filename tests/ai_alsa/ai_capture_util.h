@@ -1,12 +1,11 @@
 // Capture-side helpers shared by the ALSA, combo and allocation tests: records, virtual
-// capture cards, reads, the blocks a pattern card should give, and exact log checks.
+// capture cards, reads and the blocks a pattern card should give.
 #ifndef AUDIOMW_TESTS_AI_ALSA_AI_CAPTURE_UTIL_H
 #define AUDIOMW_TESTS_AI_ALSA_AI_CAPTURE_UTIL_H
 
 #include <samplerate.h>
 #include <tinyalsa/vcard.h>
 
-#include <climits>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -28,22 +27,6 @@ inline AI_ATTR_S AlsaAi(int card, int device, int rate, int channels, int frames
     a.bEnable = enable ? ZN_TRUE : ZN_FALSE;
     a.eSampleRate = static_cast<tagAI_SAMPLE_RATE_E>(rate);
     a.s32Channel = channels;
-    a.s32FrameLen = frames;
-    return a;
-}
-
-constexpr int kCountOfIds = INT_MIN;  // ComboAi: s32AiCnt = number of ids given
-
-inline AI_ATTR_S ComboAi(std::vector<int> ids, int rate = 16000, int frames = 160, int count = kCountOfIds) {
-    AI_ATTR_S a;
-    std::memset(&a, 0, sizeof(a));
-    a.eType = AI_DEV_TYPE_COMBO;
-    for (size_t i = 0; i < ids.size() && i < AUDIO_AI_COMBO_MAX_NUM; ++i) {
-        a.stComboDev.as32AiId[i] = ids[i];
-    }
-    a.stComboDev.s32AiCnt = count == kCountOfIds ? static_cast<int>(ids.size()) : count;
-    a.bEnable = ZN_TRUE;
-    a.eSampleRate = static_cast<tagAI_SAMPLE_RATE_E>(rate);
     a.s32FrameLen = frames;
     return a;
 }

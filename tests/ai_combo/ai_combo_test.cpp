@@ -1,6 +1,7 @@
 // The combo input on ALSA members: the combined buffer, the unwind when a member does
 // not match or cannot be enabled or opened, change verdicts, member lists refused at
 // init (never a self-deadlock), and reads racing configuration changes.
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
@@ -16,6 +17,16 @@ namespace {
 using namespace audiomw_test;
 
 constexpr int kCombo = 3;
+
+// A combo at 16 kHz, 160 frames, of `ids`; s32AiCnt is their number unless `count` is given.
+AI_ATTR_S ComboAi(std::vector<int> ids, int count = -100) {
+    AI_ATTR_S a = AlsaAi(0, 0, 16000, 0, 160);
+    a.eType = AI_DEV_TYPE_COMBO;
+    std::copy(ids.begin(), ids.begin() + std::min<size_t>(ids.size(), AUDIO_AI_COMBO_MAX_NUM),
+              a.stComboDev.as32AiId);
+    a.stComboDev.s32AiCnt = count == -100 ? static_cast<int>(ids.size()) : count;
+    return a;
+}
 
 class ComboTest : public CaptureTest {
   protected:
@@ -108,7 +119,7 @@ TEST_F(ComboTest, OpenUnwindsAndEmptyListReadsNothing) {
 }
 
 TEST_F(ComboTest, ChangeVerdicts) {
-    CreateCombo(kCombo, ComboAi({5, 6, 7}, 16000, 160));  // refused (no members): verdicts only
+    CreateCombo(kCombo, ComboAi({5, 6, 7}));  // refused (no members): verdicts only
     const struct {
         void (*change)(AI_ATTR_S&);
         AUDIO_SET_ACTION_E verdict;
@@ -144,8 +155,8 @@ TEST_F(ComboTest, RefusedMemberLists) {
     };
     // clang-format off
     const Row rows[] = {
-        {{}, ComboAi({0}, 16000, 160, -1), "member count -1 outside 0 to 4\n"},
-        {{}, ComboAi({0, 0, 0, 0}, 16000, 160, 5), "member count 5 outside 0 to 4\n"},
+        {{}, ComboAi({0}, -1), "member count -1 outside 0 to 4\n"},
+        {{}, ComboAi({0, 0, 0, 0}, 5), "member count 5 outside 0 to 4\n"},
         {{}, ComboAi({0, 8}), "member id 8 outside 0 to 7\n"},
         {{}, ComboAi({-1}), "member id -1 outside 0 to 7\n"},
         {{}, ComboAi({0, 5}), "member AI[5] does not exist\n"},
