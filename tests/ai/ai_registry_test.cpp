@@ -68,7 +68,7 @@ TEST_F(AiRegistryTest, CreateStoresTheRecordAndDestroyEmptiesTheSlot) {
     std::memset(&got, 0xEE, sizeof(got));
     EXPECT_EQ(0, AUDIO_AI_GetAttr(2, &got));
     EXPECT_EQ(0, std::memcmp(&a, &got, sizeof(a)));
-    EXPECT_EQ(0, AUDIO_AI_isInitd(2) + AUDIO_AI_isEnabled(2));
+    EXPECT_EQ(0, AUDIO_AI_isInitd(2) + AUDIO_AI_isEnabled(2) + AUDIO_AI_GetUnderRunState(2));
     EXPECT_EQ(1280, AUDIO_AI_GetRecommendReadBufferSize(2));
     EXPECT_EQ(0, AUDIO_AI_Destroy(2));
     EXPECT_EQ(nullptr, gs_pAiHandler[2]);
