@@ -10,14 +10,6 @@ namespace {
 
 using namespace audiomw_test;
 
-int HighChannelTwo(void*, void* data, unsigned int frames, unsigned long long, const pcm_config* cfg) {
-    int16_t* s = static_cast<int16_t*>(data);
-    for (unsigned int i = 0; i < frames * cfg->channels; ++i) {
-        s[i] = i % cfg->channels == 2 ? 30000 : 100;
-    }
-    return 0;
-}
-
 // Counts the capture-error reports without allocating (the test's log capture would).
 void CountReports(int, const char* line, void* count) {
     *static_cast<int*>(count) += std::strstr(line, "LineIn capture error") != nullptr;

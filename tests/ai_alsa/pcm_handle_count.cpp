@@ -1,9 +1,9 @@
-#include "pcm_handle_count.h"
-
 #include <dlfcn.h>
 #include <tinyalsa/pcm.h>
 
 #include <atomic>
+
+#include "ai_capture_util.h"
 
 namespace {
 

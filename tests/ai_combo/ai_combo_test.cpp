@@ -1,6 +1,7 @@
 // The combo input on ALSA members: the combined buffer, the unwind when a member does
 // not match or cannot be enabled or opened, change verdicts, member lists refused at
 // init (never a self-deadlock), and reads racing configuration changes.
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
@@ -16,6 +17,16 @@ namespace {
 using namespace audiomw_test;
 
 constexpr int kCombo = 3;
+
+// A combo at 16 kHz, 160 frames, of `ids`; s32AiCnt is their number unless `count` is given.
+AI_ATTR_S ComboAi(std::vector<int> ids, int count = -100) {
+    AI_ATTR_S a = AlsaAi(0, 0, 16000, 0, 160);
+    a.eType = AI_DEV_TYPE_COMBO;
+    std::copy(ids.begin(), ids.begin() + std::min<size_t>(ids.size(), AUDIO_AI_COMBO_MAX_NUM),
+              a.stComboDev.as32AiId);
+    a.stComboDev.s32AiCnt = count == -100 ? static_cast<int>(ids.size()) : count;
+    return a;
+}
 
 class ComboTest : public CaptureTest {
   protected:
@@ -50,10 +61,9 @@ TEST_F(ComboTest, TwoAndFourChannelsMakeOneBuffer) {
         ReadResult r = ReadBlock(kCombo);
         ASSERT_EQ(0, r.rc);
         EXPECT_EQ(1920u, r.len);
-        Bytes want = ToBytes(PatternFrames(2, 160u * b, 160)),
-              second = ToBytes(PatternFrames(4, 160u * b, 160));
+        std::vector<int16_t> want = PatternFrames(2, 160u * b, 160), second = PatternFrames(4, 160u * b, 160);
         want.insert(want.end(), second.begin(), second.end());
-        EXPECT_EQ(want, r.data);
+        EXPECT_EQ(ToBytes(want), r.data);
     }
     ReadResult shorter = Read(kCombo, 1000);  // the second block does not fit: not read
     EXPECT_EQ(1920u, shorter.len);
@@ -67,44 +77,33 @@ TEST_F(ComboTest, TwoAndFourChannelsMakeOneBuffer) {
 // A member that does not match or cannot be enabled fails init; every listed member is
 // disabled afterwards, the one enabled before the combo and the one never examined too.
 TEST_F(ComboTest, FailingMemberUnwindsAll) {
-    struct Row {
+    const struct {
         AI_ATTR_S second;
-        Logged line;
-    };
-    const Row rows[] = {
+        const char* line;  // level 3, init
+    } rows[] = {
         {AlsaAi(0, 1, 48000, 2, 160, false),
-         {3, "init", "params of AI[1] not match with Combo AI[3], 16000 <=> 48000, 160 <=> 160"}},
+         "params of AI[1] not match with Combo AI[3], 16000 <=> 48000, 160 <=> 160"},
         {AlsaAi(0, 1, 16000, 2, 320),
-         {3, "init", "params of AI[1] not match with Combo AI[3], 16000 <=> 16000, 160 <=> 320"}},
-        {AlsaAi(5, 0, 16000, 2, 160, false), {3, "init", "ComboAI[3] enable AI[1] failed\n"}},
-        {AlsaAi(0, 1, 16000, -2, 160, false),
-         {3, "init", "ComboAI[3] cannot add -2 channels of AI[1] to 2\n"}},
+         "params of AI[1] not match with Combo AI[3], 16000 <=> 16000, 160 <=> 320"},
+        {AlsaAi(5, 0, 16000, 2, 160, false), "ComboAI[3] enable AI[1] failed\n"},
+        {AlsaAi(0, 1, 16000, -2, 160, false), "ComboAI[3] cannot add -2 channels of AI[1] to 2\n"},
     };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.line.message);
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.line);
         TearDown();
         LoadCards("pcm card=0 dir=capture\npcm card=0 device=1 dir=capture\npcm card=0 device=2 dir=capture");
         CreateMembers({AlsaAi(0, 0, 16000, 2, 160), row.second, AlsaAi(0, 2, 16000, 2, 160, false)});
         log.Clear();
         CreateCombo(kCombo, ComboAi({0, 1, 2}));
-        EXPECT_EQ(1, log.Count(row.line));
+        EXPECT_EQ(1, log.Count({3, "init", row.line}));
         EXPECT_EQ(0, AUDIO_AI_isInitd(kCombo));
         EXPECT_EQ(0, AUDIO_AI_isEnabled(0) + AUDIO_AI_isEnabled(1) + AUDIO_AI_isEnabled(2));
         EXPECT_EQ(0, CaptureCounters(0, 0).is_open + CaptureCounters(0, 1).is_open);
     }
 }
 
-TEST_F(ComboTest, NoMembersReadNothing) {
-    CreateCombo(kCombo, ComboAi({}));
-    EXPECT_EQ(1, AUDIO_AI_isInitd(kCombo));
-    EXPECT_EQ(0, AUDIO_AI_Open(kCombo));
-    EXPECT_EQ(1, AUDIO_AI_isOpen(kCombo));
-    ReadResult r = Read(kCombo, 64);
-    EXPECT_EQ(0, r.rc);
-    EXPECT_EQ(0u, r.len);
-}
-
-TEST_F(ComboTest, SecondMemberNotOpeningClosesTheFirst) {
+// A member that does not open closes the ones opened before it; no members read nothing.
+TEST_F(ComboTest, OpenUnwindsAndEmptyListReadsNothing) {
     LoadCards("pcm card=0 dir=capture\npcm card=2 dir=capture prepare=unready");
     CreateMembers({AlsaAi(0, 0, 16000, 2, 160), AlsaAi(2, 0, 16000, 2, 160)});
     CreateCombo(kCombo, ComboAi({0, 1}));
@@ -112,15 +111,19 @@ TEST_F(ComboTest, SecondMemberNotOpeningClosesTheFirst) {
     EXPECT_EQ(0, AUDIO_AI_Open(kCombo));
     EXPECT_EQ(0, AUDIO_AI_isOpen(kCombo) + AUDIO_AI_isOpen(0) + AUDIO_AI_isOpen(1));
     EXPECT_EQ(1, log.Count({3, "open", "ComboAI[3] open AI[1] failed\n"}));
+    CreateCombo(kCombo + 1, ComboAi({}));
+    EXPECT_EQ(0, AUDIO_AI_Open(kCombo + 1));
+    EXPECT_EQ(2, AUDIO_AI_isInitd(kCombo + 1) + AUDIO_AI_isOpen(kCombo + 1));
+    ReadResult r = Read(kCombo + 1, 64);
+    EXPECT_EQ(0, r.rc + static_cast<int>(r.len));
 }
 
 TEST_F(ComboTest, ChangeVerdicts) {
-    CreateCombo(kCombo, ComboAi({5, 6, 7}, 16000, 160));  // refused (no members): verdicts only
-    struct Row {
+    CreateCombo(kCombo, ComboAi({5, 6, 7}));  // refused (no members): verdicts only
+    const struct {
         void (*change)(AI_ATTR_S&);
         AUDIO_SET_ACTION_E verdict;
-    };
-    const Row rows[] = {
+    } rows[] = {
         {[](AI_ATTR_S& a) { a.stComboDev.as32AiId[2] = 4; }, AUDIO_SET_ACTION_E_NEED_DESTROY},
         {[](AI_ATTR_S& a) { a.stComboDev.as32AiId[0] = 4; }, AUDIO_SET_ACTION_E_NEED_DESTROY},
         {[](AI_ATTR_S& a) { a.stComboDev.s32AiCnt = 2; }, AUDIO_SET_ACTION_E_NEED_DESTROY},
@@ -130,13 +133,13 @@ TEST_F(ComboTest, ChangeVerdicts) {
         {[](AI_ATTR_S& a) { a.s32Volume = 9; }, AUDIO_SET_ACTION_E_NONE},
         {[](AI_ATTR_S& a) { a.s32FrameLen = 320; }, AUDIO_SET_ACTION_E_NONE},
     };
-    for (const Row& row : rows) {
+    for (const auto& row : rows) {
         AI_ATTR_S a;
         AUDIO_AI_GetAttr(kCombo, &a);
         row.change(a);
         EXPECT_EQ(row.verdict, gs_pAiHandler[kCombo]->calActionOnSetCfg(&a));
     }
-    EXPECT_EQ(0, AUDIO_AI_SetVolume(kCombo, 9));
+    EXPECT_EQ(0, AUDIO_AI_SetVolume(kCombo, 9));  // no verdict: nothing stored
     AI_ATTR_S a;
     AUDIO_AI_GetAttr(kCombo, &a);
     EXPECT_EQ(0, a.s32Volume);
@@ -146,49 +149,38 @@ TEST_F(ComboTest, ChangeVerdicts) {
 // deadlock nor recurse, whatever its list holds.
 TEST_F(ComboTest, RefusedMemberLists) {
     struct Row {
-        const char* name;
-        std::vector<std::pair<int, AI_ATTR_S>> others;  // combos created (disabled) first
+        std::vector<std::pair<int, std::vector<int>>> others;  // combos created (disabled) first
         AI_ATTR_S combo;
-        const char* line;
+        const char* line;  // after "ComboAI[3] "
     };
-    auto disabled = [](AI_ATTR_S a) {
-        a.bEnable = ZN_FALSE;
-        return a;
-    };
+    // clang-format off
     const Row rows[] = {
-        {"NegativeCount", {}, ComboAi({0}, 16000, 160, -1), "ComboAI[3] member count -1 outside 0 to 4\n"},
-        {"CountAboveFour",
-         {},
-         ComboAi({0, 0, 0, 0}, 16000, 160, 5),
-         "ComboAI[3] member count 5 outside 0 to 4\n"},
-        {"IdAboveSeven", {}, ComboAi({0, 8}), "ComboAI[3] member id 8 outside 0 to 7\n"},
-        {"NegativeId", {}, ComboAi({-1}), "ComboAI[3] member id -1 outside 0 to 7\n"},
-        {"EmptySlot", {}, ComboAi({0, 5}), "ComboAI[3] member AI[5] does not exist\n"},
-        {"ListsItself", {}, ComboAi({0, 3}), "ComboAI[3] lists itself as a member\n"},
-        {"ListedByItsMember",
-         {{4, disabled(ComboAi({3}))}},
-         ComboAi({0, 4}),
-         "ComboAI[3] member AI[4] leads back to AI[3]: combos listed in a loop\n"},
-        {"LoopOfThree",
-         {{4, disabled(ComboAi({5}))}, {5, disabled(ComboAi({3}))}},
-         ComboAi({4}),
-         "ComboAI[3] member AI[4] leads back to AI[3]: combos listed in a loop\n"},
-        {"LoopFurtherDown",
-         {{5, disabled(ComboAi({6}))}, {6, disabled(ComboAi({5}))}},
-         ComboAi({0, 5}),
-         "ComboAI[3] member AI[5] leads back to AI[5]: combos listed in a loop\n"},
+        {{}, ComboAi({0}, -1), "member count -1 outside 0 to 4\n"},
+        {{}, ComboAi({0, 0, 0, 0}, 5), "member count 5 outside 0 to 4\n"},
+        {{}, ComboAi({0, 8}), "member id 8 outside 0 to 7\n"},
+        {{}, ComboAi({-1}), "member id -1 outside 0 to 7\n"},
+        {{}, ComboAi({0, 5}), "member AI[5] does not exist\n"},
+        {{}, ComboAi({0, 3}), "lists itself as a member\n"},
+        {{{4, {3}}}, ComboAi({0, 4}), "member AI[4] leads back to AI[3]: combos listed in a loop\n"},
+        {{{4, {5}}, {5, {3}}}, ComboAi({4}), "member AI[4] leads back to AI[3]: combos listed in a loop\n"},
+        {{{5, {6}}, {6, {5}}}, ComboAi({0, 5}), "member AI[5] leads back to AI[5]: combos listed in a loop\n"},
     };
+    // clang-format on
     for (const Row& row : rows) {
-        SCOPED_TRACE(row.name);
+        SCOPED_TRACE(row.line);
         TearDown();
         LoadCards("pcm card=0 dir=capture");
         CreateMembers({AlsaAi(0, 0, 16000, 2, 160, false)});
         for (const auto& other : row.others) {
-            CreateCombo(other.first, other.second);
+            AI_ATTR_S a = ComboAi(other.second);
+            a.bEnable = ZN_FALSE;
+            CreateCombo(other.first, a);
         }
         log.Clear();
         CreateCombo(kCombo, row.combo);
-        ExpectLog(log, {{3, "init", row.line}, {6, "AUDIO_AI_Create", "AI[3] create success"}});
+        EXPECT_EQ(Lines({{3, "init", std::string("ComboAI[3] ") + row.line},
+                         {6, "AUDIO_AI_Create", "AI[3] create success"}}),
+                  log.All());
         EXPECT_EQ(0, AUDIO_AI_isInitd(kCombo));
         EXPECT_EQ(0, AUDIO_AI_isEnabled(0));
         WithinDeadline([&] {
