@@ -1,5 +1,5 @@
 // The algorithm node's process allocates nothing, on the silent and on the real
-// reference path, callback included. The stand-in records nothing here.
+// reference path, callback included.
 #include "alg_test_util.h"
 #include "alloc/alloc_counter.h"
 #include "test_support.h"
@@ -11,7 +11,7 @@ using namespace alg_test;
 TEST(AlgAllocTest, ProcessAllocatesNothing) {
     audiomw_test::ScratchRoot root;
     qx_script::Reset();
-    qx_script::SetRecording(false);
+    qx_script::g.recording = false;
     AiSlot ai(0, 16000, 5, 256);
     astream_test::FakeStream s(5, 256);
     int frames = 0;
