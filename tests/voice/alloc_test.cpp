@@ -2,7 +2,6 @@
 // once its instance exists: 4 microphones + 1 reference, 16 kHz, 256 frames, on the
 // silent and on the real reference path.
 #include <cmath>
-#include <cstring>
 #include <vector>
 
 #include "alloc/alloc_counter.h"
@@ -27,8 +26,8 @@ TEST(VoiceAllocTest, NodeWithTheRealLibraryAllocatesNothingPerFrame) {
         in[i] = static_cast<int16_t>(8000 * std::sin(0.05 * static_cast<double>(i)));
     }
     auto run = [&](int frames) {
+        bool inPlace = false;
         for (int i = 0; i < frames; i++) {
-            bool inPlace = false;
             ASSERT_EQ(node->process(reinterpret_cast<char*>(in.data()), reinterpret_cast<char*>(out.data()),
                                     inPlace),
                       0);
