@@ -229,25 +229,19 @@ TEST_F(AlgNodeTest, ReferenceOutsideTheStreamFallsBackToSilenceOrSkips) {
         {3, "process", "Orvane Audio Alg ref-in at -1 outside 6 channels, no reference: frames skipped"}));
 }
 
-TEST_F(AlgNodeTest, SetRefInParamLogsAndDebugRequestsKeepTheSelection) {
-    EXPECT_EQ(AUDIO_ALG_SetRefInParam(RefIn(1, 2)), 0);
-    log.ExpectInOrder({{7, "AUDIO_ALG_SetRefInParam", "Old Refin: Switch 0, Source 0; New Refin: 1, 2 \n"},
-                       {7, "AUDIO_ALG_SetRefInParam", "dbglevel 0 \n"}});
-    EXPECT_EQ(AUDIO_ALG_SetRefInParam(RefIn(0, 1, 1, 9)), 0);
-    log.ExpectInOrder({{7, "AUDIO_ALG_SetRefInParam", "Old Refin: Switch 1, Source 2; New Refin: 0, 1 \n"},
-                       {7, "AUDIO_ALG_SetRefInParam", "dbglevel 1 \n"}});
-    EXPECT_EQ((std::vector<int>{1, 2, 0}), (std::vector<int>{g_stRefInParam.u8Switch, g_stRefInParam.u8Source,
-                                                             g_stRefInParam.u8DbgLevel}));
-}
-
-// Debug level 1 logs the selection once; level 2 prints it every frame until a plain
-// selection ends the reports.
-TEST_F(AlgNodeTest, OneShotReportLogsOnceAndRepeatingReportPrintsEveryFrame) {
+// Each selection is logged; a debug request keeps the selection. Debug level 1 logs it
+// once; level 2 prints it every frame until a plain selection ends the reports.
+TEST_F(AlgNodeTest, SelectionLogsAndDebugReports) {
     FakeStream s(kChn, kFrames);
     auto node = Node(s);
     Bytes in = Period(kChn, kFrames);
-    AUDIO_ALG_SetRefInParam(RefIn(1, 2));
-    AUDIO_ALG_SetRefInParam(RefIn(0, 0, 1));
+    EXPECT_EQ(AUDIO_ALG_SetRefInParam(RefIn(1, 2)) + AUDIO_ALG_SetRefInParam(RefIn(0, 1, 1, 9)), 0);
+    log.ExpectInOrder({{7, "AUDIO_ALG_SetRefInParam", "Old Refin: Switch 0, Source 0; New Refin: 1, 2 \n"},
+                       {7, "AUDIO_ALG_SetRefInParam", "dbglevel 0 \n"},
+                       {7, "AUDIO_ALG_SetRefInParam", "Old Refin: Switch 1, Source 2; New Refin: 0, 1 \n"},
+                       {7, "AUDIO_ALG_SetRefInParam", "dbglevel 1 \n"}});
+    EXPECT_EQ((std::vector<int>{1, 2, 0}), (std::vector<int>{g_stRefInParam.u8Switch, g_stRefInParam.u8Source,
+                                                             g_stRefInParam.u8DbgLevel}));
     Run(node.get(), in);
     Run(node.get(), in);
     const Logged once{
