@@ -1,12 +1,9 @@
-// Helpers of the algorithm node tests: an AI whose attributes the node reads, algorithm
-// node records, a frame period whose channel blocks hold distinct samples, and a node
-// built through the pipeline on a stream record made by hand.
+// Helpers of the algorithm node tests: an AI whose attributes the node reads, node
+// records, and a frame period whose channel blocks hold distinct samples.
 #ifndef AUDIOMW_TESTS_ALG_ALG_TEST_UTIL_H
 #define AUDIOMW_TESTS_ALG_ALG_TEST_UTIL_H
 
 #include <cstdint>
-#include <cstring>
-#include <memory>
 #include <vector>
 
 #include "astream_test_util.h"
@@ -17,8 +14,7 @@ namespace alg_test {
 
 using Bytes = std::vector<uint8_t>;
 
-// Creates a disabled file AI in slot `ai` with the given geometry (its attributes are all
-// the node reads), and drops it again.
+// A disabled file AI of this geometry in slot `ai` for the object's lifetime.
 struct AiSlot {
     int id;
     AiSlot(int ai, int rate, int channels, int frames) : id(ai) {
@@ -36,25 +32,18 @@ inline ASTREAM_NODE_ATTR_S AlgAttr(int micOff, int micCnt, int lineCnt, int ref,
     return a;
 }
 
-// Sample i of channel block k: 1000 k + i + 1, so every block is told apart.
-inline int16_t BlockSample(int k, int i) {
-    return static_cast<int16_t>(1000 * k + i + 1);
-}
-
+// Sample i of channel block k is 1000 k + i + 1.
 inline Bytes Period(int chn, int frames) {
     std::vector<int16_t> s(static_cast<size_t>(chn) * frames);
-    for (int k = 0; k < chn; k++) {
-        for (int i = 0; i < frames; i++) {
-            s[static_cast<size_t>(k) * frames + i] = BlockSample(k, i);
-        }
+    for (size_t i = 0; i < s.size(); i++) {
+        s[i] = static_cast<int16_t>(1000 * (i / frames) + i % frames + 1);
     }
     return audiomw_test::ToBytes(s);
 }
 
 // Bytes of blocks [first, first + count) of a period.
 inline Bytes Blocks(const Bytes& period, int frames, int first, int count) {
-    const size_t block = static_cast<size_t>(frames) * 2;
-    return Bytes(period.begin() + first * block, period.begin() + (first + count) * block);
+    return Bytes(period.begin() + first * frames * 2, period.begin() + (first + count) * frames * 2);
 }
 
 inline tagVOR_AUDIO_REF_IN_RES RefIn(uint8_t sw, uint8_t src, uint8_t dbg = 0, uint8_t b2 = 0) {

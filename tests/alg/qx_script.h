@@ -1,12 +1,13 @@
-// A scripted stand-in of the voice-processing library for the node tests. The test
-// programs link it ahead of libaudiomw.so, so its four functions answer the calls that
-// libaudiomw.so imports. Every call is recorded: its arguments and the bytes the library
-// would read (the microphone and line-in blocks of the geometry the instance was made
-// with, one reference block), so a read outside the stream's buffer shows under ASan.
+// A scripted stand-in of the voice-processing library, linked ahead of libaudiomw.so so
+// that its four functions answer the node's calls. Every call is recorded with the bytes
+// the library would read (microphone and line-in blocks, one reference block), so a read
+// outside the stream's buffer shows under ASan.
 #ifndef AUDIOMW_TESTS_ALG_QX_SCRIPT_H
 #define AUDIOMW_TESTS_ALG_QX_SCRIPT_H
 
+#include <atomic>
 #include <cstdint>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -15,40 +16,37 @@
 namespace qx_script {
 
 struct InitCall {
-    std::vector<uint8_t> param;  // the 136 bytes of the initialisation block
+    std::vector<uint8_t> param;  // the initialisation block
     int errIn;                   // *err on entry
 };
 
 struct ProcCall {
     void* handle;
-    const short* mic;
-    const short* ref;
+    const short *mic, *ref;
     short* out;
-    short resultIn;                 // *result on entry
-    std::vector<uint8_t> micBytes;  // (mic + line-in) x frame x 2 bytes from mic
-    std::vector<uint8_t> refBytes;  // frame x 2 bytes from ref
+    short resultIn;
+    std::vector<uint8_t> micBytes, refBytes;
 };
 
-// Forgets every call and restores the defaults: init succeeds, process returns 0 with
-// result 0, version "V1032b", getMicVol returns -20 with levels -30, -31, ...
-void Reset();
-void SetInitFailure(int err);  // init returns null with *err = err
-void SetProc(int ret, short result);
-void SetVersion(const std::string& version);
-void SetMicVol(float ret, const std::vector<float>& levels);
-// Off: process records nothing and allocates nothing (for the allocation test).
-void SetRecording(bool on);
-// Each process call yields the processor this many times while it is inside, so that
-// calls from two threads would overlap if nothing serialised them.
-void SetProcYields(int yields);
+// The answers and the record; tests set and read it while no stream thread runs.
+struct Script {
+    int initErr = 0;  // not 0: init fails with it
+    int procRet = 0;
+    short procResult = 0;
+    std::string version = "V1032b";
+    float micRet = -20;
+    std::vector<float> micLevels = {-30, -31, -32, -33, -34, -35};
+    bool recording = true;  // off: process records and allocates nothing
+    int yields = 0;         // sched_yield calls inside each process call
+    std::vector<InitCall> inits;
+    std::vector<ProcCall> procs;
+    int versionCalls = 0, micVolCalls = 0;
+};
 
-std::vector<InitCall> InitCalls();
-std::vector<ProcCall> ProcCalls();
-int ProcCount();
-int VersionCalls();
-int MicVolCalls();
-// Most process calls seen inside the library at the same time.
-int MaxConcurrentProc();
+extern std::mutex mtx;
+extern Script g;
+extern std::atomic<int> procCount, maxInside;  // maxInside: most process calls at once
+void Reset();
 
 }  // namespace qx_script
 

@@ -1,5 +1,5 @@
-// Helpers shared by the stream tests: stream records made by hand, node attribute
-// records, nodes built the way the pipeline builds them and file AIs.
+// Helpers of the stream tests: stream records made by hand, node records, nodes built
+// through the pipeline, and file AIs.
 #ifndef AUDIOMW_TESTS_ASTREAM_ASTREAM_TEST_UTIL_H
 #define AUDIOMW_TESTS_ASTREAM_ASTREAM_TEST_UTIL_H
 
@@ -16,15 +16,13 @@
 
 namespace astream_test {
 
-// A zero-filled record of s32Chn blocks of u32Frames samples, outside the slot table.
-// Its nodes are destroyed and freed with it.
+// A zero-filled record of s32Chn blocks of u32Frames samples; its nodes go with it.
 struct FakeStream {
     ASTREAM_HANDLER_S h{};
-
     FakeStream(int s32Chn, uint32_t u32Frames, int s32Id = 0) {
         h.s32StreamId = s32Id;
         h.s32Chn = s32Chn;
-        h.u32BufLen = static_cast<uint32_t>(s32Chn > 0 ? s32Chn : 0) * u32Frames * 2;
+        h.u32BufLen = static_cast<uint32_t>(std::max(s32Chn, 0)) * u32Frames * 2;
     }
     ~FakeStream() { AUDIO_ASTREAM_DestroyPipeline(&h); }
     FakeStream(const FakeStream&) = delete;
@@ -37,31 +35,26 @@ inline ASTREAM_NODE_ATTR_S NodeAttr(ASTREAM_NODE_TYPE_E eType) {
     a.eType = eType;
     return a;
 }
-
 inline ASTREAM_NODE_ATTR_S SwapAttr(std::initializer_list<int> map) {
     ASTREAM_NODE_ATTR_S a = NodeAttr(ASTREAM_NODE_TYPE_E_SWAP);
     std::copy(map.begin(), map.end(), a.unAttr.stSwap.as32Map);
     return a;
 }
-
 inline ASTREAM_NODE_ATTR_S SplitAttr(int o, int ca, int cb) {
     ASTREAM_NODE_ATTR_S a = NodeAttr(ASTREAM_NODE_TYPE_E_SPLIT);
     a.unAttr.stSplit = {o, ca, cb};
     return a;
 }
-
 inline ASTREAM_NODE_ATTR_S MergeAttr(int o, int ca, int cb) {
     ASTREAM_NODE_ATTR_S a = NodeAttr(ASTREAM_NODE_TYPE_E_MERGE);
     a.unAttr.stMerge = {o, ca, cb};
     return a;
 }
-
 inline ASTREAM_NODE_ATTR_S MixinAttr(int t, int o, int c) {
     ASTREAM_NODE_ATTR_S a = NodeAttr(ASTREAM_NODE_TYPE_E_MIXIN);
     a.unAttr.stMixin = {t, o, c};
     return a;
 }
-
 inline ASTREAM_NODE_ATTR_S DumpAttr(const std::string& path, int o, int c) {
     ASTREAM_NODE_ATTR_S a = NodeAttr(ASTREAM_NODE_TYPE_E_DEBUG_DUMP);
     std::strncpy(a.unAttr.stDump.acPath, path.c_str(), sizeof(a.unAttr.stDump.acPath) - 1);
@@ -69,7 +62,6 @@ inline ASTREAM_NODE_ATTR_S DumpAttr(const std::string& path, int o, int c) {
     a.unAttr.stDump.s32ChnCnt = c;
     return a;
 }
-
 inline ASTREAM_ATTR_S StreamAttr(int ai, int workers, std::initializer_list<ASTREAM_NODE_ATTR_S> nodes = {}) {
     ASTREAM_ATTR_S a;
     a.s32AiId = ai;
@@ -89,7 +81,7 @@ inline std::unique_ptr<ASTREAM_NODE_S> BuildNode(FakeStream& s, ASTREAM_NODE_ATT
     return node;
 }
 
-// A file AI record, disabled, so that the stream's start (which enables it) takes the path over.
+// A disabled file AI record: the stream's start enables it.
 inline AI_ATTR_S FileAi(const std::string& path, int channels, int frames) {
     AI_ATTR_S a;
     std::memset(&a, 0, sizeof(a));
@@ -101,7 +93,6 @@ inline AI_ATTR_S FileAi(const std::string& path, int channels, int frames) {
     return a;
 }
 
-// Closes, disables and deletes an AI.
 inline void DropAi(int id) {
     AUDIO_AI_Close(id);
     AUDIO_AI_SetEnable(id, ZN_FALSE);

@@ -1,5 +1,6 @@
 // Channel and dump nodes: exact buffers and bInPlace for a table of records, the init
 // line, setCfg and destroy, refused records, dump files and enableDumpNode.
+#include <algorithm>
 #include <climits>
 #include <cstdint>
 #include <cstring>
@@ -78,13 +79,10 @@ const ProcessVector kVectors[] = {
 class NodeTest : public audiomw_test::AudioTest {
   protected:
     std::string DumpPath() const { return root.Dir() + "/d.pcm"; }
-    // Lines logged at level 3 or 4.
-    size_t ErrorLines() const {
-        size_t n = 0;
-        for (const auto& l : log.All()) {
-            n += l.level <= 4;
-        }
-        return n;
+    bool NoErrors() const {
+        const auto all = log.All();
+        return std::none_of(all.begin(), all.end(),
+                            [](const audiomw_test::Logged& l) { return l.level <= 4; });
     }
 };
 
@@ -99,25 +97,21 @@ TEST_F(NodeTest, ChannelProcessVectors) {
         ASSERT_EQ(t.in.size(), s.h.u32BufLen / 2);
         // "[init:N] N, XXX node\n" at level 7: the argument repeats the prefix's line number.
         const audiomw_test::LogLine first = log.Lines().at(0);
-        const std::string line = first.text.substr(6, first.text.find(']') - 6);
-        EXPECT_EQ("[init:" + line + "] " + line + ", " + names[t.attr.eType] + " node\n", first.text);
+        const std::string n = first.text.substr(6, first.text.find(']') - 6);
+        EXPECT_EQ("[init:" + n + "] " + n + ", " + names[t.attr.eType] + " node\n", first.text);
         EXPECT_EQ(7, first.level);
-        EXPECT_EQ(0u, ErrorLines());
+        EXPECT_TRUE(NoErrors());
         EXPECT_EQ(0, node->setCfg({5, 6, 7, 1, ZN_TRUE, 9}));  // the result below shows nothing changed
-
         Samples in = t.in, out(in.size(), kStale);
         bool inPlace = !t.inPlace;
         EXPECT_EQ(0, node->process(P(in), P(out), inPlace));
         EXPECT_EQ(t.inPlace, inPlace);
         EXPECT_EQ(t.expect, t.inPlace ? in : out);
-        if (!t.inPlace) {
-            EXPECT_EQ(t.in, in) << "pIn is only read when the result goes to pOut";
-        }
+        EXPECT_EQ(t.inPlace ? t.expect : t.in, in) << "pIn is only read when the result goes to pOut";
         // Destroyed: disabled, and process touches neither the buffers nor bInPlace.
         const Samples inBefore = in, outBefore = out;
         EXPECT_EQ(0, node->destroy());
-        EXPECT_EQ(ZN_FALSE, node->_mbEnable);
-        EXPECT_EQ(-1, node->process(P(in), P(out), inPlace));
+        EXPECT_EQ(-1, node->process(P(in), P(out), inPlace) + node->_mbEnable);
         EXPECT_EQ(t.inPlace, inPlace);
         EXPECT_EQ(inBefore, in);
         EXPECT_EQ(outBefore, out);
@@ -195,12 +189,10 @@ TEST_F(NodeTest, DumpAppendsTheGroupOfEnabledPeriods) {
     FakeStream s(4, frames);
     auto node = BuildNode(s, DumpAttr(DumpPath(), 1, 2));
     ASSERT_NE(nullptr, node);
-    EXPECT_TRUE(FileExists(DumpPath()));
-    EXPECT_TRUE(ReadFileBytes(DumpPath()).empty());
+    EXPECT_TRUE(FileExists(DumpPath()) && ReadFileBytes(DumpPath()).empty());
     EXPECT_EQ(1, log.Count({7, "init", "dump to " + DumpPath()}));
-    EXPECT_EQ(0u, ErrorLines());
-    EXPECT_EQ(0, node->setCfg({0, 0, 4, 1, ZN_TRUE, 1}));  // the bytes below show nothing changed
-    EXPECT_EQ(ZN_FALSE, node->_mbEnable);
+    EXPECT_TRUE(NoErrors());
+    EXPECT_EQ(0, node->setCfg({0, 0, 4, 1, ZN_TRUE, 1}) + node->_mbEnable);
     Bytes expect, out(4 * block, 0);
     for (uint32_t period = 0; period < 13; period++) {
         const bool enabled = period < 10 || period == 12;
@@ -217,14 +209,14 @@ TEST_F(NodeTest, DumpAppendsTheGroupOfEnabledPeriods) {
     }
     EXPECT_EQ(Bytes(out.size(), 0), out);
     EXPECT_EQ(expect, ReadFileBytes(DumpPath()));
-    EXPECT_EQ(0, node->destroy());
-    EXPECT_EQ(ZN_FALSE, node->_mbEnable);
+    EXPECT_EQ(0, node->destroy() + node->_mbEnable);
     EXPECT_EQ(1, log.Count({7, "destroy",
                             "dump file " + DumpPath() +
                                 " closed, _mu32WriteLen:" + std::to_string(11 * 2 * block)}));
 }
 
-// enableDumpNode sets exactly the dump nodes of the named slot, to the value given.
+// enableDumpNode sets exactly the dump nodes of the named slot, to the value given; a free
+// slot and ids outside the table are logged and change nothing.
 TEST_F(NodeTest, EnableDumpNodeWalksTheSlot) {
     FakeStream s(2, 4, 1);
     ASTREAM_ATTR_S attr = StreamAttr(
@@ -234,22 +226,19 @@ TEST_F(NodeTest, EnableDumpNodeWalksTheSlot) {
     auto states = [&] {
         return std::vector<int>{nodes[0]->_mbEnable, nodes[1]->_mbEnable, nodes[2]->_mbEnable};
     };
-    ASSERT_EQ(nullptr, gs_AstreamHandler[1]);
     gs_AstreamHandler[1] = &s.h;
-
-    EXPECT_EQ(0, AUDIO_ASTREAM_enableDumpNode(1, ZN_TRUE));
-    EXPECT_EQ((std::vector<int>{1, 1, 1}), states());
-    EXPECT_EQ(1, log.Count({6, "AUDIO_ASTREAM_enableDumpNode", "enable dump node event, eEnable:1.\n"}));
-    EXPECT_EQ(0, AUDIO_ASTREAM_enableDumpNode(1, static_cast<tagZN_BOOL>(2)));
-    EXPECT_EQ((std::vector<int>{2, 1, 2}), states());
-    // A free slot and ids outside the table: logged, nothing changed.
-    for (int id : {0, -1, 2, 1000}) {
-        EXPECT_EQ(0, AUDIO_ASTREAM_enableDumpNode(id, ZN_FALSE));
+    const struct {
+        int id, value;
+        std::vector<int> states;
+    } steps[] = {{1, 1, {1, 1, 1}}, {1, 2, {2, 1, 2}},    {0, 0, {2, 1, 2}}, {-1, 0, {2, 1, 2}},
+                 {2, 0, {2, 1, 2}}, {1000, 0, {2, 1, 2}}, {1, 0, {0, 1, 0}}};
+    for (const auto& st : steps) {
+        log.Clear();
+        EXPECT_EQ(0, AUDIO_ASTREAM_enableDumpNode(st.id, static_cast<tagZN_BOOL>(st.value)));
+        EXPECT_EQ(st.states, states()) << st.id << " " << st.value;
+        EXPECT_TRUE(log.Has({6, "AUDIO_ASTREAM_enableDumpNode",
+                             "enable dump node event, eEnable:" + std::to_string(st.value) + ".\n"}));
     }
-    EXPECT_EQ((std::vector<int>{2, 1, 2}), states());
-    EXPECT_EQ(4, log.Count({6, "AUDIO_ASTREAM_enableDumpNode", "enable dump node event, eEnable:0.\n"}));
-    EXPECT_EQ(0, AUDIO_ASTREAM_enableDumpNode(1, ZN_FALSE));
-    EXPECT_EQ((std::vector<int>{0, 1, 0}), states());
     gs_AstreamHandler[1] = nullptr;
 }
 

@@ -1,6 +1,5 @@
 // Frame periods from a file AI through swap, split, mixin and merge nodes into dump
-// files: exact bytes with one worker, every period intact with four, and dump files that
-// stay empty until enabled.
+// files: exact bytes with one worker, every period intact with four.
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -67,67 +66,9 @@ std::vector<Period> Periods(const std::vector<uint8_t>& bytes, size_t periodSamp
     return out;
 }
 
-// Polled while the stream writes the file: only its size is read.
 long FileSize(const std::string& path) {
     struct stat st;
     return stat(path.c_str(), &st) == 0 ? static_cast<long>(st.st_size) : -1;
-}
-
-const std::string kFileSize = std::to_string(kFilePeriods * kPeriodBytes);
-const Period kFiller = audiomw_test::ToSamples(std::vector<uint8_t>(kPeriodBytes, 0xA5));
-
-class StreamDataTest : public audiomw_test::AudioTest {
-  protected:
-    void TearDown() override {
-        AUDIO_ASTREAM_Destroy(0);
-        DropAi(0);
-    }
-
-    // File AI 0 playing `file`; stream 0 of `workers` running swap, split, a dump of the
-    // split's second group, mixin, merge and a dump of the whole period. With dumps on,
-    // runs until the full dump holds `periods` periods; else until the file has played.
-    void Run(int workers, bool dumps, size_t periods) {
-        audiomw_test::WriteFileBytes(root.Dir() + "/in.pcm", file);
-        AI_ATTR_S ai = FileAi(root.Dir() + "/in.pcm", kChn, kFrames);
-        ASSERT_EQ(0, AUDIO_AI_Create(0, &ai));
-        ASTREAM_ATTR_S a =
-            StreamAttr(0, workers,
-                       {SwapAttr({1, 0, 3, 2}), SplitAttr(0, 1, 3), DumpAttr(GroupDump(), 1, 2),
-                        MixinAttr(0, 1, 2), MergeAttr(0, 1, 3), DumpAttr(FullDump(), 0, kChn)});
-        ASSERT_EQ(0, AUDIO_ASTREAM_Create(0, &a));
-        if (dumps) {
-            ASSERT_EQ(0, AUDIO_ASTREAM_enableDumpNode(0, ZN_TRUE));
-        }
-        ASSERT_EQ(0, AUDIO_ASTREAM_Start(0));
-        ASSERT_TRUE(audiomw_test::WaitFor(
-            [&] {
-                return dumps ? FileSize(FullDump()) >= static_cast<long>(periods * kPeriodBytes)
-                             : log.Has({6, "_readFrame",
-                                        "file send over. size:" + kFileSize + "-" + kFileSize + "\n"});
-            },
-            std::chrono::seconds(30)));
-        ASSERT_EQ(0, AUDIO_ASTREAM_Stop(0));
-    }
-
-    std::string FullDump() const { return root.Dir() + "/full.pcm"; }
-    std::string GroupDump() const { return root.Dir() + "/group.pcm"; }
-    const std::vector<uint8_t> file = audiomw_test::MakePattern(kChn, kFilePeriods* kFrames, 5);
-    const std::vector<Period> reads = Periods(file, kPeriodSamples, kFilePeriods);
-};
-
-// One worker: 48 filler periods, the 20 file periods transformed, then filler, byte for
-// byte, in both dumps.
-TEST_F(StreamDataTest, OneWorkerDumpsExactBytes) {
-    const size_t total = kLeadPeriods + kFilePeriods + 4;
-    Run(1, true, total);
-    std::vector<Period> played(kLeadPeriods, kFiller);
-    played.insert(played.end(), reads.begin(), reads.end());
-    played.resize(total, kFiller);
-    const auto dumps = Expect(played);
-    EXPECT_EQ(dumps.first, Periods(ReadFileBytes(FullDump()), kPeriodSamples, total));
-    EXPECT_EQ(dumps.second, Periods(ReadFileBytes(GroupDump()), kPeriodSamples / 2, total));
-    EXPECT_EQ(
-        0, log.Count({3, "threadAudioProcessReader", "========== Data in use, read error =========== \n"}));
 }
 
 // The periods other than filler, sorted.
@@ -137,17 +78,48 @@ std::vector<Period> Sorted(std::vector<Period> got, const Period& filler) {
     return got;
 }
 
-// Four workers may finish periods out of order, but every period arrives whole and once.
-TEST_F(StreamDataTest, FourWorkersKeepEveryPeriodWhole) {
-    const size_t total = kLeadPeriods + kFilePeriods + 16;
-    Run(4, true, total);
-    const auto dumps = Expect(reads);
-    const Period filler = Expect({kFiller}).second[0];
-    std::vector<Period> full = Periods(ReadFileBytes(FullDump()), kPeriodSamples, total);
-    ASSERT_EQ(total, full.size());
-    EXPECT_EQ(Sorted(dumps.first, kFiller), Sorted(full, kFiller));
-    EXPECT_EQ(Sorted(dumps.second, filler),
-              Sorted(Periods(ReadFileBytes(GroupDump()), kPeriodSamples / 2, total), filler));
+// File AI 0 playing 20 periods through swap 1:0:3:2, split 0/1/3, a dump of the split's
+// second group, mixin, merge and a dump of the whole period. One worker: 48 filler
+// periods, the file transformed, then filler, byte for byte. Four workers may finish
+// periods out of order, but every period arrives whole and once.
+TEST(StreamDataTest, DumpsHoldEveryPeriodTransformed) {
+    const Period kFiller = audiomw_test::ToSamples(std::vector<uint8_t>(kPeriodBytes, 0xA5));
+    for (int workers : {1, 4}) {
+        SCOPED_TRACE(workers);
+        audiomw_test::ScratchRoot root;
+        const std::string in = root.Dir() + "/in.pcm", full = root.Dir() + "/full.pcm",
+                          group = root.Dir() + "/g.pcm";
+        const std::vector<uint8_t> file = audiomw_test::MakePattern(kChn, kFilePeriods * kFrames, 5);
+        const std::vector<Period> reads = Periods(file, kPeriodSamples, kFilePeriods);
+        audiomw_test::WriteFileBytes(in, file);
+        AI_ATTR_S ai = FileAi(in, kChn, kFrames);
+        ASSERT_EQ(0, AUDIO_AI_Create(0, &ai));
+        ASTREAM_ATTR_S a = StreamAttr(0, workers,
+                                      {SwapAttr({1, 0, 3, 2}), SplitAttr(0, 1, 3), DumpAttr(group, 1, 2),
+                                       MixinAttr(0, 1, 2), MergeAttr(0, 1, 3), DumpAttr(full, 0, kChn)});
+        ASSERT_EQ(0, AUDIO_ASTREAM_Create(0, &a));
+        ASSERT_EQ(0, AUDIO_ASTREAM_enableDumpNode(0, ZN_TRUE) + AUDIO_ASTREAM_Start(0));
+        const size_t total = kLeadPeriods + kFilePeriods + (workers == 1 ? 4 : 16);
+        ASSERT_TRUE(
+            audiomw_test::WaitFor([&] { return FileSize(full) >= static_cast<long>(total * kPeriodBytes); },
+                                  std::chrono::seconds(30)));
+        ASSERT_EQ(0, AUDIO_ASTREAM_Destroy(0));
+        DropAi(0);
+        const std::vector<Period> gotFull = Periods(ReadFileBytes(full), kPeriodSamples, total);
+        const std::vector<Period> gotGroup = Periods(ReadFileBytes(group), kPeriodSamples / 2, total);
+        if (workers == 1) {
+            std::vector<Period> played(kLeadPeriods, kFiller);
+            played.insert(played.end(), reads.begin(), reads.end());
+            played.resize(total, kFiller);
+            EXPECT_EQ(Expect(played).first, gotFull);
+            EXPECT_EQ(Expect(played).second, gotGroup);
+        } else {
+            const Period filler = Expect({kFiller}).second[0];
+            ASSERT_EQ(total, gotFull.size());
+            EXPECT_EQ(Sorted(Expect(reads).first, kFiller), Sorted(gotFull, kFiller));
+            EXPECT_EQ(Sorted(Expect(reads).second, filler), Sorted(gotGroup, filler));
+        }
+    }
 }
 
 }  // namespace

@@ -18,19 +18,15 @@
 #include "host_test.h"
 #include "test_support.h"
 
-// The pool's Feed and WaitWorkerIdle as the library calls them, in front of the host
-// library's: every call passes through, except that a test may hold back the next fed
-// job (the worker then never sees it) and count the reader's idle waits.
+// The pool's Feed and WaitWorkerIdle in front of the host library's: a test may hold
+// back the next fed job (no worker sees it) and count the reader's idle waits.
 namespace pool_hook {
-using FeedFn = int (*)(ZN_PF_HANDLER_S*, void*, int);
-using WaitFn = int (*)(ZN_PF_HANDLER_S*, int);
 std::atomic<bool> hold{false};
 std::atomic<void*> held{nullptr};
 std::atomic<int> idleWaits{0};
-
 int RealFeed(ZN_PF_HANDLER_S* pPool, void* pJob, int s32Arg) {
-    static const FeedFn real =
-        reinterpret_cast<FeedFn>(dlsym(RTLD_NEXT, "_Z12UTIL_PF_FeedP15ZN_PF_HANDLER_SPvi"));
+    static const auto real = reinterpret_cast<int (*)(ZN_PF_HANDLER_S*, void*, int)>(
+        dlsym(RTLD_NEXT, "_Z12UTIL_PF_FeedP15ZN_PF_HANDLER_SPvi"));
     return real(pPool, pJob, s32Arg);
 }
 }  // namespace pool_hook
@@ -44,7 +40,7 @@ int UTIL_PF_Feed(ZN_PF_HANDLER_S* pPool, void* pJob, int s32Arg) {
 }
 
 int UTIL_PF_WaitWorkerIdle(ZN_PF_HANDLER_S* pPool, int s32Timeout) {
-    static const pool_hook::WaitFn real = reinterpret_cast<pool_hook::WaitFn>(
+    static const auto real = reinterpret_cast<int (*)(ZN_PF_HANDLER_S*, int)>(
         dlsym(RTLD_NEXT, "_Z22UTIL_PF_WaitWorkerIdleP15ZN_PF_HANDLER_Si"));
     pool_hook::idleWaits++;
     return real(pPool, s32Timeout);
@@ -55,28 +51,17 @@ namespace {
 using namespace astream_test;
 using audiomw_test::Logged;
 using audiomw_test::WaitFor;
+using Lines = std::vector<Logged>;
 
 constexpr int kAi = 5;
 const std::string kInUse = "========== Data in use, read error =========== \n";
-const Logged kInUseLine{3, "threadAudioProcessReader", kInUse};
+std::atomic<int> heldBufferKept{-1};  // outlives the probe that sets it
 
-Logged Create(int level, const std::string& m) {
-    return {level, "AUDIO_ASTREAM_Create", m};
-}
-Logged Build(int level, const std::string& m) {
-    return {level, "AUDIO_ASTREAM_InitPipeline", m};
-}
-Logged Start(int level, const std::string& m) {
-    return {level, "AUDIO_ASTREAM_Start", m};
-}
-Logged Stop(const std::string& m) {
-    return {6, "AUDIO_ASTREAM_Stop", m};
-}
-Logged Destroy(const std::string& m) {
-    return {6, "AUDIO_ASTREAM_Destroy", m};
+Logged L(int level, const char* func, const std::string& m) {
+    return {level, std::string("AUDIO_ASTREAM_") + func, m};
 }
 Logged PipelineDestroyed(int id) {
-    return {6, "AUDIO_ASTREAM_DestroyPipeline", "ASTREAM[" + std::to_string(id) + "] pipeline destroyed"};
+    return L(6, "DestroyPipeline", "ASTREAM[" + std::to_string(id) + "] pipeline destroyed");
 }
 
 // Pass() waits, with a deadline, until the test opens the gate.
@@ -89,8 +74,8 @@ struct Gate {
     }
 };
 
-// An enabled, open AI of 2 x 16 samples. Read n fills the buffer with the value n; reads
-// in shortReads deliver half a buffer; read gateRead waits at `gate`. Set before the start.
+// An open, enabled AI of 2 x 16 samples: read n fills the buffer with n, reads in
+// shortReads deliver half a buffer, read gateRead waits at `gate`.
 struct ScriptedAi : public AI_DEVICE_S {
     ScriptedAi() {
         stAttr.eType = AI_DEV_TYPE_ALSA;
@@ -118,8 +103,8 @@ struct ScriptedAi : public AI_DEVICE_S {
     Gate gate;
 };
 
-// Records (period number, ring entry) of every job. The job of holdPeriod (set before
-// the start) waits at `gate` and notes whether its buffer was kept meanwhile.
+// Records (period, ring entry) of every job; the job of holdPeriod waits at `gate` and
+// notes whether its buffer was kept meanwhile.
 struct ProbeNode : public ASTREAM_NODE_S {
     int init(void*) override { return 0; }
     int destroy() override { return 0; }
@@ -130,7 +115,7 @@ struct ProbeNode : public ASTREAM_NODE_S {
         for (int i = 0; i < ASTREAM_JOB_MAX_NUM; i++) {
             entry = pIn == _mpHandler->astJob[i].pBufA ? i : entry;
         }
-        if (holdPeriod >= 0 && period == holdPeriod) {
+        if (period == holdPeriod) {
             const std::vector<char> copy(pIn, pIn + _mpHandler->u32BufLen);
             gate.Pass();
             heldBufferKept = std::equal(copy.begin(), copy.end(), pIn) ? 1 : 0;
@@ -149,12 +134,11 @@ struct ProbeNode : public ASTREAM_NODE_S {
 
     int holdPeriod = -1;
     Gate gate;
-    std::atomic<int> heldBufferKept{-1};
     std::mutex mtx;
     std::vector<std::pair<int, int>> seen;
 };
 
-// Appends a probe to a created stream's pipeline; the stream owns and frees it.
+// Appends a probe to a created stream's pipeline; the stream frees it.
 ProbeNode* AddProbe(int streamId) {
     auto* probe = new ProbeNode();
     probe->_meType = static_cast<ASTREAM_NODE_TYPE_E>(200);
@@ -166,10 +150,6 @@ ProbeNode* AddProbe(int streamId) {
 
 class StreamTest : public audiomw_test::AudioTest {
   protected:
-    void SetUp() override {
-        pools = UTIL_PF_GetLiveCount();
-        threads = UTIL_THREAD_GetLiveCount();
-    }
     void TearDown() override {
         for (int id : {0, 1}) {
             AUDIO_ASTREAM_Destroy(id);
@@ -179,61 +159,66 @@ class StreamTest : public audiomw_test::AudioTest {
         EXPECT_EQ(pools, UTIL_PF_GetLiveCount());
         EXPECT_EQ(threads, UTIL_THREAD_GetLiveCount());
     }
-    // A scripted AI in slot kAi; the AI table owns it.
-    ScriptedAi* InstallAi() { return static_cast<ScriptedAi*>(gs_pAiHandler[kAi] = new ScriptedAi()); }
-    // Stream 0 of `workers` on a scripted AI, with a probe as its only node.
-    ProbeNode* ProbedStream(int workers) {
-        ai = InstallAi();
+    // A scripted AI in slot kAi (the AI table owns it) and stream `id` of `workers` on it.
+    void ScriptedStream(int id, int workers) {
+        ai = static_cast<ScriptedAi*>(gs_pAiHandler[kAi] = new ScriptedAi());
         ASTREAM_ATTR_S a = StreamAttr(kAi, workers);
-        return AUDIO_ASTREAM_Create(0, &a) == 0 ? AddProbe(0) : nullptr;
+        ASSERT_EQ(0, AUDIO_ASTREAM_Create(id, &a));
     }
-    // File AI `id` playing `channels` x 16-sample periods, created disabled.
+    ProbeNode* ProbedStream(int workers) {
+        ScriptedStream(0, workers);
+        return gs_AstreamHandler[0] ? AddProbe(0) : nullptr;
+    }
     void MakeFileAi(int id, const std::string& path, int channels = 2) {
         audiomw_test::WriteFileBytes(path, audiomw_test::MakePattern(channels, 128, id + 1));
         AI_ATTR_S attr = FileAi(path, channels, 16);
         ASSERT_EQ(0, AUDIO_AI_Create(id, &attr));
     }
+    Lines Take() {
+        Lines l = log.All();
+        log.Clear();
+        return l;
+    }
     ScriptedAi* ai = nullptr;
-    int pools = 0;
-    int threads = 0;
+    const int pools = UTIL_PF_GetLiveCount();
+    const int threads = UTIL_THREAD_GetLiveCount();
 };
 
 TEST_F(StreamTest, CreateRefusals) {
-    InstallAi();
+    gs_pAiHandler[kAi] = new ScriptedAi();
     const struct {
         int id, ai, workers;
-        bool nullAttr;
         const char* message;
     } cases[] = {
-        {-1, kAi, 1, false, "ASTREAM[-1] create failed, id out of range 0..1"},
-        {2, kAi, 1, false, "ASTREAM[2] create failed, id out of range 0..1"},
-        {0, kAi, 1, true, "ASTREAM[0] create failed, no attributes"},
-        {0, kAi, 0, false, "ASTREAM[0] create failed, worker num 0 out of range 1..4"},
-        {1, kAi, 5, false, "ASTREAM[1] create failed, worker num 5 out of range 1..4"},
-        {1, kAi, -3, false, "ASTREAM[1] create failed, worker num -3 out of range 1..4"},
-        {0, 3, 1, false, "ASTREAM[0] malloc failed"},  // AI 3 does not exist: no buffer length
+        {-1, kAi, 1, "ASTREAM[-1] create failed, id out of range 0..1"},
+        {2, kAi, 1, "ASTREAM[2] create failed, id out of range 0..1"},
+        {0, kAi, -99, "ASTREAM[0] create failed, no attributes"},  // -99: a null record
+        {0, kAi, 0, "ASTREAM[0] create failed, worker num 0 out of range 1..4"},
+        {1, kAi, 5, "ASTREAM[1] create failed, worker num 5 out of range 1..4"},
+        {1, kAi, -3, "ASTREAM[1] create failed, worker num -3 out of range 1..4"},
+        {0, 3, 1, "ASTREAM[0] malloc failed"},  // AI 3 does not exist: no buffer length
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.message);
         log.Clear();
         ASTREAM_ATTR_S a = StreamAttr(c.ai, c.workers);
-        EXPECT_EQ(-1, AUDIO_ASTREAM_Create(c.id, c.nullAttr ? nullptr : &a));
-        EXPECT_EQ(std::vector<Logged>{Create(3, c.message)}, log.All());
+        EXPECT_EQ(-1, AUDIO_ASTREAM_Create(c.id, c.workers == -99 ? nullptr : &a));
+        EXPECT_EQ(Lines{L(3, "Create", c.message)}, log.All());
         EXPECT_EQ(0, AUDIO_ASTREAM_isReady(0) + AUDIO_ASTREAM_isReady(1));
     }
 }
 
 // A node type without a class, then a pool whose second worker cannot start: each create
-// is undone, with its slot left free and no pool or thread left behind (TearDown).
+// is undone, its slot left free and no pool or thread left (TearDown).
 TEST_F(StreamTest, CreateFailureExits) {
-    InstallAi();
+    gs_pAiHandler[kAi] = new ScriptedAi();
     ASTREAM_ATTR_S a = StreamAttr(kAi, 2, {SwapAttr({1, 0}), NodeAttr(static_cast<ASTREAM_NODE_TYPE_E>(5))});
     EXPECT_EQ(-1, AUDIO_ASTREAM_Create(1, &a));
-    log.ExpectInOrder({Create(6, "ASTREAM[1] bind AI[5] with 2 channels, buf len 64"),
-                       Build(6, "ASTREAM[1] add node type[1]"),
-                       Build(3, "ASTREAM[1] pipeline node type[5] not support yet"),
-                       Build(4, "ASTREAM[1] create failed, destroy")});
-    EXPECT_EQ(0, log.Count(Create(6, "ASTREAM[1] pipeline init ok")));
+    log.ExpectInOrder({L(6, "Create", "ASTREAM[1] bind AI[5] with 2 channels, buf len 64"),
+                       L(6, "InitPipeline", "ASTREAM[1] add node type[1]"),
+                       L(3, "InitPipeline", "ASTREAM[1] pipeline node type[5] not support yet"),
+                       L(4, "InitPipeline", "ASTREAM[1] create failed, destroy")});
+    EXPECT_FALSE(log.Has(L(6, "Create", "ASTREAM[1] pipeline init ok")));
     EXPECT_EQ(nullptr, gs_AstreamHandler[1]);
 
     log.Clear();
@@ -241,43 +226,33 @@ TEST_F(StreamTest, CreateFailureExits) {
     UTIL_SetThreadStartFault(1);
     EXPECT_EQ(-1, AUDIO_ASTREAM_Create(0, &a));
     UTIL_SetThreadStartFault(-1);
-    log.ExpectInOrder({Create(6, "ASTREAM[0] pipeline init ok"),
-                       Create(3, "ASTREAM[0] create worker thread pool failed"), PipelineDestroyed(0)});
-    EXPECT_EQ(0, log.Count(Create(6, "ASTREAM[0] ready for start")));
+    log.ExpectInOrder({L(6, "Create", "ASTREAM[0] pipeline init ok"),
+                       L(3, "Create", "ASTREAM[0] create worker thread pool failed"), PipelineDestroyed(0)});
+    EXPECT_FALSE(log.Has(L(6, "Create", "ASTREAM[0] ready for start")));
     EXPECT_EQ(nullptr, gs_AstreamHandler[0]);
 }
 
-// Start and Stop on free slots, ids outside the table, and a record whose bReady is 0
-// (only other code can publish one); Destroy of a free slot does nothing.
+// Start and Stop need a created stream whose bReady is set (only other code can publish
+// one without); Destroy of a free slot does nothing.
 TEST_F(StreamTest, StartAndStopNeedAReadyStream) {
     for (int id : {0, 1, -1, 2}) {
-        log.Clear();
-        EXPECT_EQ(-1, AUDIO_ASTREAM_Start(id));
-        EXPECT_EQ(-1, AUDIO_ASTREAM_Stop(id));
+        EXPECT_EQ(-2, AUDIO_ASTREAM_Start(id) + AUDIO_ASTREAM_Stop(id));
+        EXPECT_EQ(0, AUDIO_ASTREAM_Destroy(id) + AUDIO_ASTREAM_isRunning(id) + AUDIO_ASTREAM_isReady(id));
         const std::string notCreated = "ASTREAM[" + std::to_string(id) + "] not created";
-        EXPECT_EQ((std::vector<Logged>{Start(3, notCreated), {3, "AUDIO_ASTREAM_Stop", notCreated}}),
-                  log.All());
-        EXPECT_EQ(0, AUDIO_ASTREAM_isRunning(id) + AUDIO_ASTREAM_isReady(id));
-        log.Clear();
-        EXPECT_EQ(0, AUDIO_ASTREAM_Destroy(id));
-        EXPECT_TRUE(log.Lines().empty());
+        EXPECT_EQ((Lines{L(3, "Start", notCreated), L(3, "Stop", notCreated)}), Take());
     }
-    InstallAi();
-    ASTREAM_ATTR_S a = StreamAttr(kAi, 1);
-    ASSERT_EQ(0, AUDIO_ASTREAM_Create(1, &a));
+    ScriptedStream(1, 1);
     gs_AstreamHandler[1]->bReady = ZN_FALSE;
-    log.Clear();
-    EXPECT_EQ(-1, AUDIO_ASTREAM_Start(1));
-    EXPECT_EQ(-1, AUDIO_ASTREAM_Stop(1));
-    const std::string notReady = "ASTREAM[1] create but init failed. please recreate";
-    EXPECT_EQ((std::vector<Logged>{Start(3, notReady), {3, "AUDIO_ASTREAM_Stop", notReady}}), log.All());
+    Take();
+    EXPECT_EQ(-2, AUDIO_ASTREAM_Start(1) + AUDIO_ASTREAM_Stop(1));
     EXPECT_EQ(0, AUDIO_ASTREAM_isReady(1) + AUDIO_ASTREAM_isRunning(1));
+    const std::string notReady = "ASTREAM[1] create but init failed. please recreate";
+    EXPECT_EQ((Lines{L(3, "Start", notReady), L(3, "Stop", notReady)}), Take());
     gs_AstreamHandler[1]->bReady = ZN_TRUE;
-    log.Clear();
     EXPECT_EQ(0, AUDIO_ASTREAM_Destroy(1));
-    EXPECT_EQ((std::vector<Logged>{Destroy("ASTREAM[1] worker stopped\n"), PipelineDestroyed(1),
-                                   Destroy("ASTREAM[1] destroyed\n")}),
-              log.All());
+    EXPECT_EQ((Lines{L(6, "Destroy", "ASTREAM[1] worker stopped\n"), PipelineDestroyed(1),
+                     L(6, "Destroy", "ASTREAM[1] destroyed\n")}),
+              Take());
 }
 
 // Create, Create, Start, Start, Stop, Stop, Start, Destroy on a file AI created disabled.
@@ -285,68 +260,50 @@ TEST_F(StreamTest, CreateStartStopAndDestroyInEveryOrder) {
     MakeFileAi(0, root.Dir() + "/in.pcm");
     ASTREAM_ATTR_S a = StreamAttr(0, 2, {SwapAttr({1, 0})});
     ASSERT_EQ(0, AUDIO_ASTREAM_Create(0, &a));
-    log.ExpectInOrder({Create(6, "ASTREAM[0] bind AI[0] with 2 channels, buf len 64"),
-                       Build(6, "ASTREAM[0] add node type[1]"), Create(6, "ASTREAM[0] pipeline init ok"),
-                       Create(6, "ASTREAM[0] worker pool init with 2 workers"),
-                       Create(6, "ASTREAM[0] ready for start")});
+    log.ExpectInOrder({L(6, "Create", "ASTREAM[0] bind AI[0] with 2 channels, buf len 64"),
+                       L(6, "InitPipeline", "ASTREAM[0] add node type[1]"),
+                       L(6, "Create", "ASTREAM[0] pipeline init ok"),
+                       L(6, "Create", "ASTREAM[0] worker pool init with 2 workers"),
+                       L(6, "Create", "ASTREAM[0] ready for start")});
     ASTREAM_HANDLER_S* h = gs_AstreamHandler[0];
     ASSERT_NE(nullptr, h);
     EXPECT_EQ((std::vector<int>{0, 0, 2, 64}),
               (std::vector<int>{h->s32StreamId, h->s32AiId, h->s32Chn, static_cast<int>(h->u32BufLen)}));
-    for (int i = 0; i < ASTREAM_JOB_MAX_NUM; i++) {
-        EXPECT_EQ(i < 2, h->astJob[i].pBufA != nullptr && h->astJob[i].pBufB != nullptr) << i;
-        EXPECT_EQ(i < 2 ? h : nullptr, h->astJob[i].pstHandler) << i;
-    }
-    EXPECT_EQ(1, AUDIO_ASTREAM_isReady(0));
-    EXPECT_EQ(0, AUDIO_ASTREAM_isRunning(0));
-    // A second create on the slot fails and leaves the first stream alone.
-    log.Clear();
+    EXPECT_EQ(1, AUDIO_ASTREAM_isReady(0) - AUDIO_ASTREAM_isRunning(0));
+    Take();
     EXPECT_EQ(-1, AUDIO_ASTREAM_Create(0, &a));
-    EXPECT_EQ((std::vector<Logged>{Create(3, "ASTREAM[0] create failed, already in used")}), log.All());
+    EXPECT_EQ(Lines{L(3, "Create", "ASTREAM[0] create failed, already in used")}, Take());
     EXPECT_EQ(h, gs_AstreamHandler[0]);
 
-    log.Clear();
     ASSERT_EQ(0, AUDIO_ASTREAM_Start(0));
-    EXPECT_EQ(1, AUDIO_ASTREAM_isRunning(0));
-    EXPECT_EQ(2, AUDIO_AI_isEnabled(0) + AUDIO_AI_isOpen(0));
-    log.ExpectInOrder({{6, "AUDIO_AI_SetEnable", "AI[0] Enable"}, Start(6, "ASTREAM[0] start with AI[0]")});
+    EXPECT_EQ(3, AUDIO_ASTREAM_isRunning(0) + AUDIO_AI_isEnabled(0) + AUDIO_AI_isOpen(0));
+    log.ExpectInOrder(
+        {{6, "AUDIO_AI_SetEnable", "AI[0] Enable"}, L(6, "Start", "ASTREAM[0] start with AI[0]")});
+    Take();
+    EXPECT_EQ(0, AUDIO_ASTREAM_Start(0));  // keeps the one reader
+    EXPECT_EQ(Lines{L(4, "Start", "ASTREAM[0] already running")}, Take());
     EXPECT_EQ(threads + 1, UTIL_THREAD_GetLiveCount());
 
-    // A second start keeps the one reader.
-    log.Clear();
-    EXPECT_EQ(0, AUDIO_ASTREAM_Start(0));
-    EXPECT_EQ((std::vector<Logged>{Start(4, "ASTREAM[0] already running")}), log.All());
-    EXPECT_EQ(threads + 1, UTIL_THREAD_GetLiveCount());
-
-    log.Clear();
     EXPECT_EQ(0, AUDIO_ASTREAM_Stop(0));
-    EXPECT_EQ(1, AUDIO_ASTREAM_isReady(0));
-    EXPECT_EQ(0, AUDIO_ASTREAM_isRunning(0));
-    EXPECT_EQ(0, AUDIO_AI_isOpen(0));
-    EXPECT_EQ(1, AUDIO_AI_isEnabled(0));
-    EXPECT_EQ((std::vector<Logged>{Stop("ASTREAM[0] reader stopped"), Stop("ASTREAM[0] stopped")}),
-              log.All());
+    EXPECT_EQ(1, AUDIO_ASTREAM_isReady(0) - AUDIO_ASTREAM_isRunning(0));
+    EXPECT_EQ(1, AUDIO_AI_isEnabled(0) - AUDIO_AI_isOpen(0));
+    EXPECT_EQ((Lines{L(6, "Stop", "ASTREAM[0] reader stopped"), L(6, "Stop", "ASTREAM[0] stopped")}), Take());
     EXPECT_EQ(threads, UTIL_THREAD_GetLiveCount());
-
-    // Stop again: no reader to stop, the AI is closed again all the same.
-    AUDIO_AI_Open(0);
-    log.Clear();
+    AUDIO_AI_Open(0);  // a second Stop has no reader to stop and closes the AI all the same
+    Take();
     EXPECT_EQ(0, AUDIO_ASTREAM_Stop(0));
-    EXPECT_EQ((std::vector<Logged>{Stop("ASTREAM[0] stopped")}), log.All());
+    EXPECT_EQ(Lines{L(6, "Stop", "ASTREAM[0] stopped")}, Take());
     EXPECT_EQ(0, AUDIO_AI_isOpen(0));
 
-    // An AI enabled and open already is left as it is: no enable, no reopen.
-    ASSERT_EQ(0, AUDIO_AI_Open(0));
-    log.Clear();
+    ASSERT_EQ(0, AUDIO_AI_Open(0));  // enabled and open already: left as it is
+    Take();
     ASSERT_EQ(0, AUDIO_ASTREAM_Start(0));
-    EXPECT_EQ((std::vector<Logged>{Start(6, "ASTREAM[0] start with AI[0]")}), log.All());
-
-    // Destroy while running ends the reader and leaves the AI open.
-    log.Clear();
-    EXPECT_EQ(0, AUDIO_ASTREAM_Destroy(0));
+    EXPECT_EQ(Lines{L(6, "Start", "ASTREAM[0] start with AI[0]")}, Take());
+    EXPECT_EQ(0, AUDIO_ASTREAM_Destroy(0));  // ends the reader, leaves the AI open
     EXPECT_EQ(nullptr, gs_AstreamHandler[0]);
-    log.ExpectInOrder({Destroy("ASTREAM[0] reader stopped\n"), Destroy("ASTREAM[0] worker stopped\n"),
-                       PipelineDestroyed(0), Destroy("ASTREAM[0] destroyed\n")});
+    log.ExpectInOrder({L(6, "Destroy", "ASTREAM[0] reader stopped\n"),
+                       L(6, "Destroy", "ASTREAM[0] worker stopped\n"), PipelineDestroyed(0),
+                       L(6, "Destroy", "ASTREAM[0] destroyed\n")});
     EXPECT_EQ(2, AUDIO_AI_isEnabled(0) + AUDIO_AI_isOpen(0));
     EXPECT_EQ(threads, UTIL_THREAD_GetLiveCount());
 }
@@ -354,9 +311,7 @@ TEST_F(StreamTest, CreateStartStopAndDestroyInEveryOrder) {
 // Start passes on a reader thread that cannot start (without a line; a later start
 // works), an AI that cannot be enabled, and a file AI whose path is a directory.
 TEST_F(StreamTest, StartPassesOnFailures) {
-    InstallAi();
-    ASTREAM_ATTR_S a = StreamAttr(kAi, 1);
-    ASSERT_EQ(0, AUDIO_ASTREAM_Create(0, &a));
+    ScriptedStream(0, 1);
     log.Clear();
     UTIL_SetThreadStartFault(0);
     EXPECT_EQ(-1, AUDIO_ASTREAM_Start(0));
@@ -368,26 +323,25 @@ TEST_F(StreamTest, StartPassesOnFailures) {
     EXPECT_EQ(0, AUDIO_ASTREAM_Start(0));
     EXPECT_EQ(1, AUDIO_ASTREAM_isRunning(0));
     EXPECT_EQ(0, AUDIO_ASTREAM_Stop(0));
-
     ASSERT_EQ(0, AUDIO_AI_Destroy(kAi));
     EXPECT_EQ(-1, AUDIO_ASTREAM_Start(0));
-    EXPECT_EQ(1, log.Count(Start(3, "ASTREAM[0] enable AI[5] failed")));
+    EXPECT_EQ(1, log.Count(L(3, "Start", "ASTREAM[0] enable AI[5] failed")));
 
     const std::string dir = root.Dir() + "/dir";
     ASSERT_EQ(0, mkdir(dir.c_str(), 0755));
     AI_ATTR_S attr = FileAi(dir, 2, 16);
     ASSERT_EQ(0, AUDIO_AI_Create(0, &attr));
-    a = StreamAttr(0, 1);
+    ASTREAM_ATTR_S a = StreamAttr(0, 1);
     ASSERT_EQ(0, AUDIO_ASTREAM_Create(1, &a));
     EXPECT_EQ(-1, AUDIO_ASTREAM_Start(1));
     log.ExpectInOrder({{6, "AUDIO_AI_SetEnable", "AI[0] Enable"},
                        {4, "open", "open failed, file:" + dir + "\n"},
-                       Start(3, "ASTREAM[1] open AI[0] failed")});
+                       L(3, "Start", "ASTREAM[1] open AI[0] failed")});
     EXPECT_EQ(0, AUDIO_ASTREAM_isRunning(0) + AUDIO_ASTREAM_isRunning(1));
 }
 
-// Read 1 delivers half a period: it is reported and dropped, and read 2 goes into the
-// same ring entry, so entries follow reads 0, 2, 3, 4 as 0, 1, 0, 1.
+// Read 1 delivers half a period: reported and dropped, and read 2 goes into the same
+// ring entry, so entries follow reads 0, 2, 3, 4 as 0, 1, 0, 1.
 TEST_F(StreamTest, ShortReadIsDroppedAndTheEntryRefilled) {
     ProbeNode* probe = ProbedStream(2);
     ASSERT_NE(nullptr, probe);
@@ -398,7 +352,7 @@ TEST_F(StreamTest, ShortReadIsDroppedAndTheEntryRefilled) {
     ASSERT_EQ(0, AUDIO_ASTREAM_Stop(0));
     const std::string text = out.Stop();
     EXPECT_NE(std::string::npos, text.find("ASTREAM[0] read AI[5] failed, except 64 but get 32\n")) << text;
-    const std::vector<std::pair<int, int>> seen = probe->Seen();
+    const auto seen = probe->Seen();
     const std::set<std::pair<int, int>> seenSet(seen.begin(), seen.end());
     for (const auto& expected : std::vector<std::pair<int, int>>{{0, 0}, {2, 1}, {3, 0}, {4, 1}}) {
         EXPECT_EQ(1u, seenSet.count(expected)) << expected.first << "/" << expected.second;
@@ -408,9 +362,10 @@ TEST_F(StreamTest, ShortReadIsDroppedAndTheEntryRefilled) {
     }
 }
 
-// One worker held by a job: the reader's idle wait runs out and says so; Stop ends the
-// reader, and the held job runs to its end afterwards, on a buffer nobody refilled.
-TEST_F(StreamTest, IdleWaitTimesOutAndJobsOutliveStop) {
+// One worker held by a job: the reader's idle wait runs out and says so; Destroy ends
+// the reader, waits for the held job (which finds its buffer not refilled), then frees
+// everything (ASan).
+TEST_F(StreamTest, IdleWaitTimesOutAndDestroyWaitsForTheHeldJob) {
     ProbeNode* probe = ProbedStream(1);
     ASSERT_NE(nullptr, probe);
     probe->holdPeriod = 0;
@@ -419,14 +374,15 @@ TEST_F(StreamTest, IdleWaitTimesOutAndJobsOutliveStop) {
     ASSERT_TRUE(WaitFor([&] { return probe->gate.arrived == 1; }));
     EXPECT_TRUE(
         WaitFor([&] { return out.Peek().find("UTIL_PF_WaitWorkerIdle: -110 \n") != std::string::npos; }));
-    ASSERT_EQ(0, AUDIO_ASTREAM_Stop(0));
-    EXPECT_EQ(0, AUDIO_ASTREAM_isRunning(0));
-    EXPECT_EQ(0u, probe->Count());
-    probe->gate.open = true;
-    EXPECT_TRUE(WaitFor([&] { return probe->Count() == 1; }));
-    EXPECT_EQ(1, probe->heldBufferKept.load());
-    const std::string text = out.Stop();
-    EXPECT_EQ(0u, text.find("threadAudioProcessReader-")) << text;
+    std::thread opener([&] {  // once Destroy has taken the stream out of its slot
+        WaitFor([&] { return log.Has(L(6, "Destroy", "ASTREAM[0] reader stopped\n")); });
+        probe->gate.open = true;
+    });
+    EXPECT_EQ(0, AUDIO_ASTREAM_Destroy(0));
+    opener.join();
+    EXPECT_EQ(1, heldBufferKept.load());
+    EXPECT_EQ(1, log.Count(L(6, "Destroy", "ASTREAM[0] destroyed\n")));
+    EXPECT_EQ(0u, out.Stop().find("threadAudioProcessReader-"));
 }
 
 // Entry 0 is held by worker 0 while worker 1, its node disabled, finishes entry 1: the
@@ -442,23 +398,22 @@ TEST_F(StreamTest, EntryInAWorkersHandsIsNeverRefilled) {
     ASSERT_TRUE(WaitFor([&] { return probe->gate.arrived == 1; }));
     probe->SetEnable(false);
     ai->gate.open = true;
-
-    ASSERT_TRUE(WaitFor([&] { return log.Count(kInUseLine) >= 2; }));
+    ASSERT_TRUE(WaitFor([&] { return log.Count({3, "threadAudioProcessReader", kInUse}) >= 2; }));
     EXPECT_EQ(2, ai->reads.load()) << "the reader read while entry 0 was held";
     EXPECT_EQ(0u, probe->Count()) << "the held job is the only one to reach the probe";
     probe->SetEnable(true);
     probe->gate.open = true;
     ASSERT_TRUE(WaitFor([&] { return ai->reads.load() >= 6 && probe->Count() >= 3; }));
     ASSERT_EQ(0, AUDIO_ASTREAM_Stop(0));
-    EXPECT_EQ(1, probe->heldBufferKept.load());
+    EXPECT_EQ(1, heldBufferKept.load());
     const std::string text = out.Stop();
     EXPECT_NE(std::string::npos, text.find(": " + kInUse)) << text;
     EXPECT_EQ(0u, text.find("threadAudioProcessReader-")) << text;
 }
 
-// Entry 0 of a one-worker stream fed and not yet started (the pool never got it): the
-// reader comes back to it cycle after cycle and waits, without reporting it in use and
-// without reading into it; once a worker has run the job, reading goes on.
+// Entry 0 fed and not yet started (the pool never got it): the reader waits for it
+// cycle after cycle without reporting it in use or reading into it; once a worker has
+// run the job, reading goes on.
 TEST_F(StreamTest, EntryFedButNotStartedIsWaitedForSilently) {
     ProbeNode* probe = ProbedStream(1);
     ASSERT_NE(nullptr, probe);
@@ -474,26 +429,8 @@ TEST_F(StreamTest, EntryFedButNotStartedIsWaitedForSilently) {
     ASSERT_EQ(0, pool_hook::RealFeed(gs_AstreamHandler[0]->pstWorkerPool, pool_hook::held.load(), -1));
     ASSERT_TRUE(WaitFor([&] { return probe->Count() >= 3; }));
     ASSERT_EQ(0, AUDIO_ASTREAM_Stop(0));
-    EXPECT_EQ(0, log.Count(kInUseLine));
+    EXPECT_EQ(0, log.Count({3, "threadAudioProcessReader", kInUse}));
     EXPECT_EQ(std::string::npos, out.Stop().find(kInUse));
-}
-
-// Destroy while a job is held waits for the job, then frees everything (ASan).
-TEST_F(StreamTest, DestroyWaitsForTheHeldJob) {
-    ProbeNode* probe = ProbedStream(1);
-    ASSERT_NE(nullptr, probe);
-    probe->holdPeriod = 0;
-    ASSERT_EQ(0, AUDIO_ASTREAM_Start(0));
-    ASSERT_TRUE(WaitFor([&] { return probe->gate.arrived == 1; }));
-    std::thread opener([&] {
-        // Opens the gate once Destroy has taken the stream out of its slot.
-        WaitFor([&] { return log.Has(Destroy("ASTREAM[0] reader stopped\n")); });
-        probe->gate.open = true;
-    });
-    EXPECT_EQ(0, AUDIO_ASTREAM_Destroy(0));
-    opener.join();
-    EXPECT_EQ(nullptr, gs_AstreamHandler[0]);
-    EXPECT_EQ(1, log.Count(Destroy("ASTREAM[0] destroyed\n")));
 }
 
 // 1000 cycles (AUDIOMW_STREAM_STRESS_CYCLES may lower it) of two streams on two file AIs
@@ -523,24 +460,18 @@ TEST_F(StreamTest, StressCyclesWithDumpsSwitchedFromAnotherThread) {
         ASTREAM_ATTR_S a1 = StreamAttr(1, 1 + (c / 4) % 4,
                                        {SplitAttr(0, 1, 3), MixinAttr(0, 1, 2),
                                         DumpAttr(root.Dir() + "/d1.pcm", 1, 3), MergeAttr(0, 1, 3)});
-        ASSERT_EQ(0, AUDIO_ASTREAM_Create(0, &a0)) << "cycle " << c;
-        ASSERT_EQ(0, AUDIO_ASTREAM_Create(1, &a1)) << "cycle " << c;
+        ASSERT_EQ(0, AUDIO_ASTREAM_Create(0, &a0) + AUDIO_ASTREAM_Create(1, &a1)) << "cycle " << c;
         ProbeNode* probes[2];
         {
             std::lock_guard<std::mutex> lk(probeMutex);
             probes[0] = AddProbe(0);
             probes[1] = AddProbe(1);
         }
-        ASSERT_EQ(0, AUDIO_ASTREAM_Start(0));
-        ASSERT_EQ(0, AUDIO_ASTREAM_Start(1));
+        ASSERT_EQ(0, AUDIO_ASTREAM_Start(0) + AUDIO_ASTREAM_Start(1));
         ASSERT_TRUE(WaitFor([&] { return probes[0]->Count() > 0 && probes[1]->Count() > 0; }))
             << "cycle " << c;
-        if (c % 2 == 0) {
-            ASSERT_EQ(0, AUDIO_ASTREAM_Stop(0));
-        }
-        ASSERT_EQ(0, AUDIO_ASTREAM_Stop(1));
-        ASSERT_EQ(0, AUDIO_ASTREAM_Destroy(0));
-        ASSERT_EQ(0, AUDIO_ASTREAM_Destroy(1));
+        ASSERT_EQ(0, (c % 2 == 0 ? AUDIO_ASTREAM_Stop(0) : 0) + AUDIO_ASTREAM_Stop(1));
+        ASSERT_EQ(0, AUDIO_ASTREAM_Destroy(0) + AUDIO_ASTREAM_Destroy(1));
         if (c % 32 == 0) {
             log.Clear();
         }

@@ -2,10 +2,8 @@
 // counter, silence for a disconnected line-in, the GPIO check, the AO 0 recording.
 #include <tinyalsa/vcard.h>
 
-#include <atomic>
-#include <cstdio>
+#include <list>
 #include <regex>
-#include <thread>
 
 #include "../ao/ao_test_util.h"
 #include "../astream/astream_test_util.h"
@@ -14,7 +12,6 @@
 
 namespace {
 
-using astream_test::FakeStream;
 using audiomw_test::SinkBytes;
 using Bytes = std::vector<uint8_t>;
 
@@ -24,17 +21,19 @@ constexpr uint32_t kBlock = kFrames * 2;
 
 ASTREAM_NODE_ATTR_S OutputAttr(int ao, int offset, int count, int source = -1, int dropFrames = -1) {
     ASTREAM_NODE_ATTR_S a = astream_test::NodeAttr(ASTREAM_NODE_TYPE_E_OUTPUT);
-    a.unAttr.stOutput.s32AoId = ao;
-    a.unAttr.stOutput.s32ChnOffset = offset;
-    a.unAttr.stOutput.s32ChnCnt = count;
-    a.unAttr.stOutput.s32AudioSourceId = source;
-    a.unAttr.stOutput.s32DumpFrameCount = dropFrames;
+    a.unAttr.stOutput = {ao, offset, count, source, ZN_FALSE, dropFrames};
     return a;
 }
 
-// Lines printed to standard output with their "name-line: " prefix reduced to "name: ".
-std::string WithoutLineNumbers(const std::string& text) {
-    return std::regex_replace(text, std::regex("-[0-9]+: "), ": ");
+// Standard output with each "name-line: " prefix reduced to "name: ".
+std::string Printed(audiomw_test::StdoutCapture& cap) {
+    return std::regex_replace(cap.Stop(), std::regex("-[0-9]+: "), ": ");
+}
+
+void SetLineIn(bool connected) {
+    AUDIO_ASTREAM_LineInDectMutexLock();
+    EXPECT_EQ(0, AUDIO_ASTREAM_SetLineInConnetState(connected ? ZN_TRUE : ZN_FALSE));
+    AUDIO_ASTREAM_LineInDectMutexUnlock();
 }
 
 class OutputNodeTest : public audiomw_test::AoTest {
@@ -42,8 +41,7 @@ class OutputNodeTest : public audiomw_test::AoTest {
     void SetUp() override {
         AoTest::SetUp();
         BSP_ClearGpioOverrides();
-        // AO 0, 1 and 2 on cards 10, 11, 12, each 2 channels at 16 kHz.
-        for (int ao = 0; ao < 3; ao++) {
+        for (int ao = 0; ao < 3; ao++) {  // AO n on card 10 + n: 2 channels at 16 kHz
             audiomw_test::LoadCards("pcm card=" + std::to_string(10 + ao) +
                                     " device=0 dir=playback sink=memory");
             AO_ATTR_S attr = audiomw_test::AlsaAoAttr(10 + ao, 0, 16000, 2, kFrames);
@@ -54,28 +52,21 @@ class OutputNodeTest : public audiomw_test::AoTest {
         }
     }
     void TearDown() override {
-        // The test's streams are gone by now: unhook them before resetting the state.
         gs_AstreamHandler[0] = nullptr;
-        AUDIO_ASTREAM_LineInDectMutexLock();
-        AUDIO_ASTREAM_SetLineInConnetState(ZN_FALSE);
-        AUDIO_ASTREAM_LineInDectMutexUnlock();
+        streams.clear();
+        SetLineIn(false);
         BSP_ClearGpioOverrides();
         AoTest::TearDown();
     }
-
-    // Builds an output node in `stream` and registers the stream in slot 0, so that
-    // line-in changes reach it.
-    ASTREAM_NODE_S* Build(FakeStream& stream, ASTREAM_NODE_ATTR_S attr) {
-        ASTREAM_ATTR_S sa;
-        sa.s32AiId = 0;
-        sa.s32WorkerNum = 1;
-        sa.lstNodeAttr.push_back(attr);
-        EXPECT_EQ(0, AUDIO_ASTREAM_InitPipeline(&stream.h, &sa));
-        gs_AstreamHandler[0] = &stream.h;
-        return stream.h.lstNode.empty() ? nullptr : stream.h.lstNode.back();
+    // An output node on a new stream registered in slot 0, so that line-in changes reach it.
+    ASTREAM_NODE_S* Build(ASTREAM_NODE_ATTR_S attr) {
+        astream_test::FakeStream& s = streams.emplace_back(kChn, kFrames);
+        ASTREAM_ATTR_S sa = astream_test::StreamAttr(0, 1, {attr});
+        EXPECT_EQ(0, AUDIO_ASTREAM_InitPipeline(&s.h, &sa));
+        gs_AstreamHandler[0] = &s.h;
+        return s.h.lstNode.empty() ? nullptr : s.h.lstNode.back();
     }
-
-    // One frame through the node; checks bInPlace comes back true.
+    // One frame through the node, which always leaves the data in place.
     int Process(ASTREAM_NODE_S* node) {
         std::memset(out, 0x5A, sizeof(out));
         bool inPlace = false;
@@ -83,166 +74,134 @@ class OutputNodeTest : public audiomw_test::AoTest {
         EXPECT_TRUE(inPlace);
         return ret;
     }
-
-    Bytes Group(int offset, int count) const {
+    Bytes Group(int offset, int count, int times = 1) const {
         const uint8_t* p = reinterpret_cast<const uint8_t*>(in) + offset * kBlock;
-        return Bytes(p, p + count * kBlock);
-    }
-
-    static Bytes Repeat(const Bytes& b, int n) {
         Bytes r;
-        for (int i = 0; i < n; i++) {
-            r.insert(r.end(), b.begin(), b.end());
+        for (int i = 0; i < times; i++) {
+            r.insert(r.end(), p, p + count * kBlock);
         }
         return r;
     }
 
+    std::list<astream_test::FakeStream> streams;
     int16_t in[kChn * kFrames];
     int16_t out[kChn * kFrames];
 };
 
+// Init enables the AO and logs, the pipeline's destroy disables it; an AO that cannot
+// open fails init, but the node stays and still processes.
 TEST_F(OutputNodeTest, InitEnablesTheAoAndDestroyDisablesIt) {
-    FakeStream s(kChn, kFrames);
-    ASTREAM_NODE_S* node = Build(s, OutputAttr(2, 0, 2));
-    ASSERT_NE(nullptr, node);
+    ASSERT_NE(nullptr, Build(OutputAttr(2, 0, 2)));
     EXPECT_EQ(1, AUDIO_AO_isReady(2));
-    bool found = false;
-    for (const auto& l : log.All()) {
-        found |= l.level == 7 && l.func == "init" &&
-                 std::regex_match(l.message, std::regex("[0-9]+, OUTPUT node\n"));
-    }
-    EXPECT_TRUE(found) << log.Dump();
-    EXPECT_EQ(0, AUDIO_ASTREAM_DestroyPipeline(&s.h));
-    EXPECT_EQ(0, AUDIO_AO_isReady(2));
-}
-
-TEST_F(OutputNodeTest, AoThatCannotOpenFailsInitButTheNodeStaysAndWrites) {
+    const auto lines = log.All();
+    EXPECT_TRUE(std::any_of(lines.begin(), lines.end(), [](const audiomw_test::Logged& l) {
+        return l.level == 7 && l.func == "init" &&
+               std::regex_match(l.message, std::regex("[0-9]+, OUTPUT node\n"));
+    })) << log.Dump();
+    EXPECT_EQ(0, AUDIO_ASTREAM_DestroyPipeline(&streams.back().h) + AUDIO_AO_isReady(2));
     vcard_remove_card(12);
-    FakeStream s(kChn, kFrames);
-    ASTREAM_NODE_S* node = Build(s, OutputAttr(2, 0, 2));
+    ASTREAM_NODE_S* node = Build(OutputAttr(2, 0, 2));
     ASSERT_NE(nullptr, node);
     EXPECT_TRUE(log.Has({3, "AUDIO_ASTREAM_InitPipeline", "ASTREAM[0] pipeline node type[0] init failed"}));
     EXPECT_EQ(0, Process(node));
 }
 
 TEST_F(OutputNodeTest, DropCounterActsOnAo1Only) {
-    FakeStream s1(kChn, kFrames);
-    ASTREAM_NODE_S* onAo1 = Build(s1, OutputAttr(1, 2, 2, -1, 3));
-    FakeStream s2(kChn, kFrames);
-    ASTREAM_NODE_S* onAo2 = Build(s2, OutputAttr(2, 2, 2, -1, 3));
+    ASTREAM_NODE_S* onAo1 = Build(OutputAttr(1, 2, 2, -1, 3));
+    ASTREAM_NODE_S* onAo2 = Build(OutputAttr(2, 2, 2, -1, 3));
     for (int frame = 0; frame < 5; frame++) {
-        EXPECT_EQ(0, Process(onAo1));
-        EXPECT_EQ(0, Process(onAo2));
+        EXPECT_EQ(0, Process(onAo1) + Process(onAo2));
     }
-    EXPECT_EQ(Repeat(Group(2, 2), 2), SinkBytes(11, 0));
-    EXPECT_EQ(Repeat(Group(2, 2), 5), SinkBytes(12, 0));
+    EXPECT_EQ(Group(2, 2, 2), SinkBytes(11, 0));
+    EXPECT_EQ(Group(2, 2, 5), SinkBytes(12, 0));
 }
 
+// A line-in group (source 1) to AO 0 follows the line-in state and the GPIO (1: pulled
+// out, which clears the state; -1: unreadable, which keeps it); to any other AO it is
+// always sent and the GPIO is never read.
+TEST_F(OutputNodeTest, LineInStateAndGpioDecideWhatReachesTheAo) {
+    const struct {
+        int ao, gpio;
+        bool connected, sent, connectedAfter;
+    } cases[] = {{0, 0, true, true, true},
+                 {0, -1, true, true, true},
+                 {0, 1, true, false, false},
+                 {2, 1, true, true, true},
+                 {2, 1, false, true, false}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(testing::Message()
+                     << "AO " << c.ao << ", GPIO " << c.gpio << ", connected " << c.connected);
+        SetLineIn(false);  // a change reaches only the node registered at the time
+        ASTREAM_NODE_S* node = Build(OutputAttr(c.ao, 0, 2, 1));
+        SetLineIn(c.connected);
+        BSP_SetGpioOverride(14, c.gpio);
+        const size_t before = SinkBytes(10 + c.ao, 0).size();
+        EXPECT_EQ(0, Process(node));
+        const Bytes sink = SinkBytes(10 + c.ao, 0);
+        EXPECT_EQ(c.sent ? Group(0, 2) : Bytes(2 * kBlock, 0), Bytes(sink.begin() + before, sink.end()));
+        EXPECT_EQ(c.connectedAfter ? ZN_TRUE : ZN_FALSE, AUDIO_ASTREAM_GetLineInConnetState());
+    }
+}
+
+// A disconnected line-in sends silence to AO 0, zeroing its group in the scratch buffer
+// only, while the recording gets the data.
 TEST_F(OutputNodeTest, DisconnectedLineInSendsSilenceToAo0WhileTheRecordingGetsTheData) {
     root.SetMarker("/var/recordoutput");
-    FakeStream s(kChn, kFrames);
-    ASTREAM_NODE_S* node = Build(s, OutputAttr(0, 1, 2, 1));
+    ASTREAM_NODE_S* node = Build(OutputAttr(0, 1, 2, 1));
     BSP_SetGpioOverride(14, 1);
     for (int frame = 0; frame < 3; frame++) {
         EXPECT_EQ(0, Process(node));
     }
     EXPECT_EQ(Bytes(3 * 2 * kBlock, 0), SinkBytes(10, 0));
-    // The node zeroed its group in the scratch buffer, and only there.
     const uint8_t* o = reinterpret_cast<const uint8_t*>(out);
-    EXPECT_EQ(Bytes(kBlock, 0x5A), Bytes(o, o + kBlock));
-    EXPECT_EQ(Bytes(2 * kBlock, 0), Bytes(o + kBlock, o + 3 * kBlock));
-    EXPECT_EQ(Bytes(kBlock, 0x5A), Bytes(o + 3 * kBlock, o + 4 * kBlock));
-
+    Bytes expect(4 * kBlock, 0x5A);
+    std::fill_n(expect.begin() + kBlock, 2 * kBlock, 0);
+    EXPECT_EQ(expect, Bytes(o, o + 4 * kBlock));
     root.SetMarker("/var/recordoutput", false);
     EXPECT_EQ(0, Process(node));  // closes the recording
-    EXPECT_EQ(Repeat(Group(1, 2), 3), audiomw_test::ReadFileBytes(root.Path("/var/I2sOutput.pcm")));
+    EXPECT_EQ(Group(1, 2, 3), audiomw_test::ReadFileBytes(root.Path("/var/I2sOutput.pcm")));
 }
 
-TEST_F(OutputNodeTest, ConnectThenGpioDisconnectSilencesTheSameFrame) {
-    FakeStream s(kChn, kFrames);
-    ASTREAM_NODE_S* node = Build(s, OutputAttr(0, 0, 2, 1));
+// A state change reaches the registered node's setCfg, which takes only the connect flag;
+// an unchanged state does nothing. The debug marker traces each frame.
+TEST_F(OutputNodeTest, StateChangesReachSetCfgWhichTakesOnlyTheConnectFlag) {
+    auto* node = static_cast<ASTREAM_OUTPUT_NODE_S*>(Build(OutputAttr(0, 1, 2, 1, 7)));
     audiomw_test::StdoutCapture cap;
-    AUDIO_ASTREAM_LineInDectMutexLock();
-    EXPECT_EQ(0, AUDIO_ASTREAM_SetLineInConnetState(ZN_TRUE));
-    AUDIO_ASTREAM_LineInDectMutexUnlock();
-    EXPECT_EQ(ZN_TRUE, AUDIO_ASTREAM_GetLineInConnetState());
-    EXPECT_EQ(ZN_TRUE, static_cast<ASTREAM_OUTPUT_NODE_S*>(node)->_mstAttr.bLineInConnect);
-
-    BSP_SetGpioOverride(14, 0);
-    EXPECT_EQ(0, Process(node));
+    SetLineIn(true);
     BSP_SetGpioOverride(14, 1);
-    EXPECT_EQ(0, Process(node));
-    std::string printed = WithoutLineNumbers(cap.Stop());
-
-    Bytes sink = SinkBytes(10, 0);
-    ASSERT_EQ(4 * kBlock, sink.size());
-    EXPECT_EQ(Group(0, 2), Bytes(sink.begin(), sink.begin() + 2 * kBlock));
-    EXPECT_EQ(Bytes(2 * kBlock, 0), Bytes(sink.begin() + 2 * kBlock, sink.end()));
-    EXPECT_EQ(ZN_FALSE, AUDIO_ASTREAM_GetLineInConnetState());
-    EXPECT_EQ(
-        "setCfg: bLineInConnect =1 \n"
-        "AUDIO_ASTREAM_SetLineInConnetState: bConnectFlag =1 \n"
-        "setCfg: bLineInConnect =0 \n"
-        "AUDIO_ASTREAM_SetLineInConnetState: bConnectFlag =0 \n",
-        printed);
-}
-
-TEST_F(OutputNodeTest, UnreadableGpioLeavesAConnectedLineInPlaying) {
-    FakeStream s(kChn, kFrames);
-    ASTREAM_NODE_S* node = Build(s, OutputAttr(0, 0, 2, 1));
-    AUDIO_ASTREAM_SetLineInConnetState(ZN_TRUE);
-    BSP_SetGpioOverride(14, -1);
-    EXPECT_EQ(0, Process(node));
-    EXPECT_EQ(Group(0, 2), SinkBytes(10, 0));
-    EXPECT_EQ(ZN_TRUE, AUDIO_ASTREAM_GetLineInConnetState());
-}
-
-TEST_F(OutputNodeTest, LineInSourceOnAnotherAoAlwaysSendsDataAndNeverReadsGpio) {
-    FakeStream s(kChn, kFrames);
-    ASTREAM_NODE_S* node = Build(s, OutputAttr(2, 0, 2, 1));
-    AUDIO_ASTREAM_SetLineInConnetState(ZN_TRUE);
-    BSP_SetGpioOverride(14, 1);  // would clear the state if it were read
-    EXPECT_EQ(0, Process(node));
-    AUDIO_ASTREAM_SetLineInConnetState(ZN_FALSE);
-    EXPECT_EQ(0, Process(node));
-    EXPECT_EQ(Repeat(Group(0, 2), 2), SinkBytes(12, 0));
-}
-
-TEST_F(OutputNodeTest, UnchangedStateDoesNothing) {
-    FakeStream s(kChn, kFrames);
-    ASTREAM_NODE_S* node = Build(s, OutputAttr(0, 0, 2, 1));
-    static_cast<ASTREAM_OUTPUT_NODE_S*>(node)->_mstAttr.bLineInConnect = ZN_TRUE;
-    audiomw_test::StdoutCapture cap;
-    EXPECT_EQ(0, AUDIO_ASTREAM_SetLineInConnetState(ZN_FALSE));
-    EXPECT_EQ("", cap.Stop());
-    EXPECT_EQ(ZN_TRUE, static_cast<ASTREAM_OUTPUT_NODE_S*>(node)->_mstAttr.bLineInConnect);
-}
-
-TEST_F(OutputNodeTest, DebugLogMarkerTracesEachFrame) {
-    root.SetMarker("/var/debuglog");
-    FakeStream s(kChn, kFrames);
-    ASTREAM_NODE_S* node = Build(s, OutputAttr(2, 0, 2, 1));
-    audiomw_test::StdoutCapture cap;
     Process(node);
-    EXPECT_EQ("process: Conn =0, SourceId =1, AoId =2 \n", WithoutLineNumbers(cap.Stop()));
+    EXPECT_EQ(
+        "setCfg: bLineInConnect =1 \nAUDIO_ASTREAM_SetLineInConnetState: bConnectFlag =1 \n"
+        "setCfg: bLineInConnect =0 \nAUDIO_ASTREAM_SetLineInConnetState: bConnectFlag =0 \n",
+        Printed(cap));
+    node->_mstAttr.bLineInConnect = ZN_TRUE;
+    audiomw_test::StdoutCapture quiet;
+    SetLineIn(false);
+    EXPECT_EQ("", Printed(quiet));
+    EXPECT_EQ(ZN_TRUE, node->_mstAttr.bLineInConnect);
+    audiomw_test::StdoutCapture set;
+    EXPECT_EQ(0, node->setCfg({3, 0, 1, 5, ZN_TRUE, 9}));
+    EXPECT_EQ("setCfg: bLineInConnect =1 \n", Printed(set));
+    ASTREAM_OUTPUT_ATTR_S expect = {0, 1, 2, 1, ZN_TRUE, 7};
+    EXPECT_EQ(0, std::memcmp(&expect, &node->_mstAttr, sizeof(expect)));
+    root.SetMarker("/var/debuglog");
+    audiomw_test::StdoutCapture trace;
+    BSP_SetGpioOverride(14, 0);
+    Process(node);
+    EXPECT_EQ("process: Conn =1, SourceId =1, AoId =0 \n", Printed(trace));
 }
 
 TEST_F(OutputNodeTest, GroupOutsideTheStreamIsRefusedAndNothingIsWritten) {
-    struct Case {
-        int offset, count;
-    };
-    for (Case c : {Case{3, 2}, Case{-1, 2}, Case{5, 0}, Case{0, -1}, Case{0x7fffffff, 2}}) {
-        SCOPED_TRACE(c.offset);
-        FakeStream s(kChn, kFrames);
-        ASTREAM_NODE_S* node = Build(s, OutputAttr(2, c.offset, c.count));
-        EXPECT_TRUE(
-            log.Has({3, "init",
-                     "ASTREAM[0] node type[0] channel group offset " + std::to_string(c.offset) + " count " +
-                         std::to_string(c.count) + " outside 4 channels, nothing is sent"}))
+    for (auto [offset, count] :
+         std::vector<std::pair<int, int>>{{3, 2}, {-1, 2}, {5, 0}, {0, -1}, {0x7fffffff, 2}}) {
+        SCOPED_TRACE(offset);
+        ASTREAM_NODE_S* node = Build(OutputAttr(2, offset, count));
+        EXPECT_TRUE(log.Has({3, "init",
+                             "ASTREAM[0] node type[0] channel group offset " + std::to_string(offset) +
+                                 " count " + std::to_string(count) + " outside 4 channels, nothing is sent"}))
             << log.Dump();
         EXPECT_EQ(-1, Process(node));
         EXPECT_EQ(0u, SinkBytes(12, 0).size());
-        gs_AstreamHandler[0] = nullptr;
     }
 }
 
@@ -264,11 +223,9 @@ TEST_F(OutputNodeTest, EmptyGroupIsSentAndRecorded) {
     ao->s32Id = 0;
     gs_pAoHandler[0] = ao;
     for (int offset : {0, kChn}) {
-        FakeStream s(kChn, kFrames);
-        ASTREAM_NODE_S* node = Build(s, OutputAttr(0, offset, 0));
+        ASTREAM_NODE_S* node = Build(OutputAttr(0, offset, 0));
         ASSERT_NE(nullptr, node);
         EXPECT_EQ(0, Process(node)) << offset;
-        gs_AstreamHandler[0] = nullptr;
     }
     EXPECT_EQ((std::vector<int>{0, 0}), ao->writes);
     for (const auto& l : log.All()) {
@@ -278,17 +235,6 @@ TEST_F(OutputNodeTest, EmptyGroupIsSentAndRecorded) {
     root.SetMarker("/var/recordoutput", false);
     ASTREAM_RecordOutputData(nullptr, 0);  // closes the recording
     EXPECT_TRUE(audiomw_test::ReadFileBytes(root.Path("/var/I2sOutput.pcm")).empty());
-}
-
-TEST_F(OutputNodeTest, SetCfgTakesOnlyTheConnectFlag) {
-    FakeStream s(kChn, kFrames);
-    auto* node = static_cast<ASTREAM_OUTPUT_NODE_S*>(Build(s, OutputAttr(2, 1, 2, 1, 7)));
-    ASTREAM_OUTPUT_ATTR_S other = {3, 0, 1, 5, ZN_TRUE, 9};
-    audiomw_test::StdoutCapture cap;
-    EXPECT_EQ(0, node->setCfg(other));
-    EXPECT_EQ("setCfg: bLineInConnect =1 \n", WithoutLineNumbers(cap.Stop()));
-    ASTREAM_OUTPUT_ATTR_S expect = {2, 1, 2, 1, ZN_TRUE, 7};
-    EXPECT_EQ(0, std::memcmp(&expect, &node->_mstAttr, sizeof(expect)));
 }
 
 }  // namespace

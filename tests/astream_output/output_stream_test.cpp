@@ -2,11 +2,9 @@
 // while workers process.
 #include <tinyalsa/vcard.h>
 
-#include <atomic>
 #include <chrono>
 #include <cstdlib>
 #include <future>
-#include <thread>
 
 #include "../ao/ao_test_util.h"
 #include "../astream/astream_test_util.h"
@@ -33,7 +31,6 @@ class OutputStreamTest : public audiomw_test::AoTest {
     }
     void TearDown() override {
         for (int id = 0; id < 2; id++) {
-            AUDIO_ASTREAM_Stop(id);
             AUDIO_ASTREAM_Destroy(id);
             astream_test::DropAi(id);
         }
@@ -41,41 +38,26 @@ class OutputStreamTest : public audiomw_test::AoTest {
         BSP_ClearGpioOverrides();
         AoTest::TearDown();
     }
-
-    // AO `ao` on virtual card 10 + ao with a memory sink, created disabled: the
-    // output node enables it.
-    void AddAo(int ao, int channels) {
-        audiomw_test::LoadCards("pcm card=" + std::to_string(10 + ao) + " device=0 dir=playback sink=memory");
-        AO_ATTR_S attr = audiomw_test::AlsaAoAttr(10 + ao, 0, 16000, channels, kFrames);
-        ASSERT_EQ(0, AUDIO_AO_Create(ao, &attr));
-    }
-
-    void AddFileAi(int id, const Bytes& content, int channels) {
-        std::string path = root.Dir() + "/in" + std::to_string(id) + ".pcm";
-        audiomw_test::WriteFileBytes(path, content);
-        AI_ATTR_S a = astream_test::FileAi(path, channels, kFrames);
-        ASSERT_EQ(0, AUDIO_AI_Create(id, &a));
-    }
-
-    void StartStream(int id, int ai, std::initializer_list<ASTREAM_NODE_ATTR_S> nodes, int workers = 1) {
-        ASTREAM_ATTR_S attr;
-        attr.s32AiId = ai;
-        attr.s32WorkerNum = workers;
-        attr.lstNodeAttr = nodes;
-        ASSERT_EQ(0, AUDIO_ASTREAM_Create(id, &attr));
-        ASSERT_EQ(0, AUDIO_ASTREAM_Start(id));
+    // File AI `id` of 2 channels, AO `id` on virtual card 10 + id (the node enables it),
+    // and stream `id` with these nodes.
+    void StartStream(int id, std::initializer_list<ASTREAM_NODE_ATTR_S> nodes, int workers) {
+        const std::string path = root.Dir() + "/in" + std::to_string(id) + ".pcm";
+        audiomw_test::WriteFileBytes(path, audiomw_test::MakePattern(2, kFrames * 50, id + 1));
+        AI_ATTR_S ai = astream_test::FileAi(path, 2, kFrames);
+        ASSERT_EQ(0, AUDIO_AI_Create(id, &ai));
+        audiomw_test::LoadCards("pcm card=" + std::to_string(10 + id) + " device=0 dir=playback sink=memory");
+        AO_ATTR_S ao = audiomw_test::AlsaAoAttr(10 + id, 0, 16000, 2, kFrames);
+        ASSERT_EQ(0, AUDIO_AO_Create(id, &ao));
+        ASTREAM_ATTR_S attr = astream_test::StreamAttr(id, workers, nodes);
+        ASSERT_EQ(0, AUDIO_ASTREAM_Create(id, &attr) + AUDIO_ASTREAM_Start(id));
     }
 };
 
 TEST_F(OutputStreamTest, LineInToggledFromAnotherThreadWhileTwoStreamsRun) {
     root.SetMarker("/var/recordoutput");
-    AddFileAi(0, audiomw_test::MakePattern(2, kFrames * 50, 1), 2);
-    AddFileAi(1, audiomw_test::MakePattern(2, kFrames * 50, 2), 2);
-    AddAo(0, 2);
-    AddAo(1, 2);
     // Both streams send their line-in group to AO 0 (and record it); stream 1 also feeds AO 1.
-    StartStream(0, 0, {OutputAttr(0, 0, 2, 1)}, 2);
-    StartStream(1, 1, {OutputAttr(0, 0, 2, 1), OutputAttr(1, 0, 2, 1)}, 3);
+    StartStream(0, {OutputAttr(0, 0, 2, 1)}, 2);
+    StartStream(1, {OutputAttr(0, 0, 2, 1), OutputAttr(1, 0, 2, 1)}, 3);
 
     // The application takes the line-in lock around each change, as the GPIO path inside
     // the workers does; a lock-order fault would hang here, so the toggling runs against
@@ -95,17 +77,14 @@ TEST_F(OutputStreamTest, LineInToggledFromAnotherThreadWhileTwoStreamsRun) {
     }
     const size_t period = kFrames * 2 * 2;
     EXPECT_TRUE(audiomw_test::WaitFor([&] { return SinkBytes(11, 0).size() >= 60 * period; }));
-    for (int id = 0; id < 2; id++) {
-        EXPECT_EQ(0, AUDIO_ASTREAM_Stop(id));
-        EXPECT_EQ(0, AUDIO_ASTREAM_Destroy(id));
-    }
+    EXPECT_EQ(0, AUDIO_ASTREAM_Destroy(0) + AUDIO_ASTREAM_Destroy(1));
     EXPECT_EQ(0u, SinkBytes(10, 0).size() % period) << "a torn period reached AO 0";
     // Removing the marker closes (and flushes) the recording at the next AO 0 frame.
     root.SetMarker("/var/recordoutput", false);
     ASTREAM_RecordOutputData(nullptr, 0);
-    EXPECT_GT(audiomw_test::ReadFileBytes(root.Path("/var/I2sOutput.pcm")).size(), 0u);
-    EXPECT_EQ(0u, audiomw_test::ReadFileBytes(root.Path("/var/I2sOutput.pcm")).size() % period)
-        << "recordings of the two streams interleaved inside a period";
+    const size_t recorded = audiomw_test::ReadFileBytes(root.Path("/var/I2sOutput.pcm")).size();
+    EXPECT_GT(recorded, 0u);
+    EXPECT_EQ(0u, recorded % period) << "recordings of the two streams interleaved inside a period";
 }
 
 }  // namespace

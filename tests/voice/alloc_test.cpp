@@ -1,8 +1,7 @@
 // The algorithm node with the PC voice-processing library allocates nothing per frame
 // once its instance exists: 4 microphones + 1 reference, 16 kHz, 256 frames, on the
-// silent and on the real reference path.
+// silent and on the real reference path, the callback included.
 #include <cmath>
-#include <cstring>
 #include <vector>
 
 #include "alloc/alloc_counter.h"
@@ -18,7 +17,8 @@ TEST(VoiceAllocTest, NodeWithTheRealLibraryAllocatesNothingPerFrame) {
     ASSERT_EQ(AUDIO_AI_Create(0, &ai), 0);
     astream_test::FakeStream s(5, 256);
     ASTREAM_NODE_ATTR_S a = astream_test::NodeAttr(ASTREAM_NODE_TYPE_E_ORVANE_ALG);
-    a.unAttr.stOrvaneAlg = {0, 4, 0, 4, 4, 4, nullptr, nullptr};
+    int frames = 0;
+    a.unAttr.stOrvaneAlg = {0, 4, 0, 4, 4, 4, [](void* arg, short) { ++*static_cast<int*>(arg); }, &frames};
     auto node = astream_test::BuildNode(s, a);
     ASSERT_NE(node, nullptr);
     ASSERT_NE(g_OrvaneAlgHandler, nullptr);
@@ -26,9 +26,9 @@ TEST(VoiceAllocTest, NodeWithTheRealLibraryAllocatesNothingPerFrame) {
     for (size_t i = 0; i < in.size(); i++) {
         in[i] = static_cast<int16_t>(8000 * std::sin(0.05 * static_cast<double>(i)));
     }
-    auto run = [&](int frames) {
-        for (int i = 0; i < frames; i++) {
-            bool inPlace = false;
+    auto run = [&](int count) {
+        bool inPlace = false;
+        for (int i = 0; i < count; i++) {
             ASSERT_EQ(node->process(reinterpret_cast<char*>(in.data()), reinterpret_cast<char*>(out.data()),
                                     inPlace),
                       0);
@@ -42,6 +42,7 @@ TEST(VoiceAllocTest, NodeWithTheRealLibraryAllocatesNothingPerFrame) {
     audiomw_test::AllocCounterDisarm();
     EXPECT_EQ(audiomw_test::AllocCount(), 0)
         << "first allocation: " << audiomw_test::AllocFirstSize() << " bytes";
+    EXPECT_EQ(frames, 210);
     astream_test::DropAi(0);
 }
 

@@ -1,5 +1,5 @@
 // Signals and measures of the voice-library tests: speech files, a synthetic echo path,
-// a run of whole signals through the four library functions, energies and correlation.
+// a run of whole signals through the library, energies and correlation.
 #ifndef AUDIOMW_TESTS_VOICE_VOICE_TEST_UTIL_H
 #define AUDIOMW_TESTS_VOICE_VOICE_TEST_UTIL_H
 
@@ -51,51 +51,30 @@ inline double Energy(const Signal& s, size_t from, size_t to) {
     return e;
 }
 
-inline double Db(double ratio) {
-    return 10.0 * std::log10(ratio);
-}
-
-// A room-like echo path: `delay` samples of nothing, then noise under an exponential
-// decay that falls by 60 dB over `tail` samples.
-inline Signal EchoPath(uint64_t seed, int delay, int tail) {
-    Noise n(seed);
-    Signal h(static_cast<size_t>(delay + tail), 0.0);
-    for (int i = 0; i < tail; i++) {
-        h[static_cast<size_t>(delay + i)] = n.Next() * std::pow(10.0, -3.0 * i / tail);
-    }
-    return h;
-}
-
-inline Signal Convolve(const Signal& x, const Signal& h) {
-    Signal y(x.size(), 0.0);
-    for (size_t i = 0; i < x.size(); i++) {
-        if (x[i] == 0.0) {
-            continue;
-        }
-        for (size_t k = 0; k < h.size() && i + k < y.size(); k++) {
-            y[i + k] += x[i] * h[k];
-        }
-    }
-    return y;
-}
-
-// The echo of `far` through `h`, scaled to lie `dbBelow` dB below the far end.
-inline Signal Echo(const Signal& far, const Signal& h, double dbBelow) {
-    Signal y = Convolve(far, h);
-    const double scale =
-        std::sqrt(Energy(far, 0, far.size()) / Energy(y, 0, y.size())) * std::pow(10.0, -dbBelow / 20);
-    for (double& v : y) {
-        v *= scale;
-    }
-    return y;
-}
-
 inline Signal Mix(Signal a, const Signal& b, double gain = 1.0) {
     a.resize(std::max(a.size(), b.size()), 0.0);
     for (size_t i = 0; i < b.size(); i++) {
         a[i] += gain * b[i];
     }
     return a;
+}
+
+// The echo of `far` through a room-like path (`delay` samples of nothing, then noise
+// decaying by 60 dB over `tail` samples), `dbBelow` dB below the far end.
+inline Signal Echo(const Signal& far, uint64_t seed, int delay, int tail, double dbBelow = 6.0) {
+    Noise n(seed);
+    Signal h(static_cast<size_t>(delay + tail), 0.0), y(far.size(), 0.0);
+    for (int i = 0; i < tail; i++) {
+        h[static_cast<size_t>(delay + i)] = n.Next() * std::pow(10.0, -3.0 * i / tail);
+    }
+    for (size_t i = 0; i < far.size(); i++) {
+        for (size_t k = 0; far[i] != 0.0 && k < h.size() && i + k < y.size(); k++) {
+            y[i + k] += far[i] * h[k];
+        }
+    }
+    const double scale =
+        std::sqrt(Energy(far, 0, far.size()) / Energy(y, 0, y.size())) * std::pow(10.0, -dbBelow / 20);
+    return Mix(Signal(y.size(), 0.0), y, scale);
 }
 
 inline Signal WhiteNoise(uint64_t seed, size_t len, double dbfs) {
@@ -112,41 +91,35 @@ inline int16_t ToS16(double v) {
     return static_cast<int16_t>(std::lround(std::clamp(v, -32768.0, 32767.0)));
 }
 
-// The library has no destroy function: an instance lives as long as the process, as the
-// node's one does. Holding them here keeps them reachable for the leak checker.
-inline void KeepInstance(void* h) {
-    static auto* kept = new std::vector<void*>;  // never destroyed, like the instances
+// The library has no destroy function: instances live as long as the process. Holding
+// them keeps them reachable for the leak checker.
+inline void* NewInstance(int rate, int frame, int mics, int lineIn = 0) {
+    static auto* kept = new std::vector<void*>;
+    QX_AUDIO_ALG_PARAM_S p{};
+    p.s32SampleRate = rate;
+    p.s32FrameLen = frame;
+    p.s32MicChnCnt = mics;
+    p.s32LineInChnCnt = lineIn;
+    int err = 0;
+    void* h = QX_AudioAlgInit(&p, &err);
+    EXPECT_NE(h, nullptr) << "err " << err;
     kept->push_back(h);
+    return h;
 }
 
 struct RunResult {
-    Signal out;                // the processed first microphone, as handed back
+    Signal out;                // the processed first microphone
     std::vector<short> voice;  // the result of every frame
 };
 
 // Feeds whole signals frame by frame: mics[k] to microphone k, ref as the reference.
 inline RunResult RunSignals(const std::vector<Signal>& mics, const Signal& ref, int rate, int frame) {
-    QX_AUDIO_ALG_PARAM_S p{};
-    p.s32SampleRate = rate;
-    p.s32FrameLen = frame;
-    p.s32MicChnCnt = static_cast<int>(mics.size());
-    int err = 0;
-    void* h = QX_AudioAlgInit(&p, &err);
-    EXPECT_NE(h, nullptr) << "err " << err;
     RunResult r;
-    if (h == nullptr) {
-        return r;
-    }
-    KeepInstance(h);
-    const size_t frames = ref.size() / static_cast<size_t>(frame);
-    std::vector<short> mic(mics.size() * static_cast<size_t>(frame)), rf(static_cast<size_t>(frame)),
-        out(static_cast<size_t>(frame));
-    for (size_t f = 0; f < frames; f++) {
-        const size_t at = f * static_cast<size_t>(frame);
-        for (size_t k = 0; k < mics.size(); k++) {
-            for (int i = 0; i < frame; i++) {
-                mic[k * frame + i] = ToS16(mics[k][at + i]);
-            }
+    void* h = NewInstance(rate, frame, static_cast<int>(mics.size()));
+    std::vector<short> mic(mics.size() * frame), rf(frame), out(frame);
+    for (size_t at = 0; h != nullptr && at + frame <= ref.size(); at += frame) {
+        for (size_t i = 0; i < mic.size(); i++) {
+            mic[i] = ToS16(mics[i / frame][at + i % frame]);
         }
         for (int i = 0; i < frame; i++) {
             rf[i] = ToS16(ref[at + i]);
