@@ -15,8 +15,10 @@ using namespace audiomw_test;
 
 #ifdef AUDIOMW_PLAY_RAW
 const char* const kPlayRaw = AUDIOMW_PLAY_RAW;
+const char* const kLauncher = AUDIOMW_PLAY_RAW_LAUNCHER;  // empty unless cross-built
 #else
 const char* const kPlayRaw = nullptr;
+const char* const kLauncher = "";
 #endif
 
 class PlayRawTest : public AudioTest {
@@ -30,9 +32,9 @@ class PlayRawTest : public AudioTest {
     int Run(const std::string& cards, const std::vector<uint8_t>& input, const std::string& args) {
         WriteFileBytes(root.Path("/tmp/vcards.txt"), std::vector<uint8_t>(cards.begin(), cards.end()));
         WriteFileBytes(root.Path("/tmp/in.raw"), input);
-        std::string cmd = "TINYALSA_VCARDS='" + root.Path("/tmp/vcards.txt") + "' '" + kPlayRaw + "' " +
-                          args + " '" + root.Path("/tmp/in.raw") + "' > '" + root.Path("/tmp/out.txt") +
-                          "' 2>&1";
+        std::string cmd = "TINYALSA_VCARDS='" + root.Path("/tmp/vcards.txt") + "' " + kLauncher + " '" +
+                          kPlayRaw + "' " + args + " '" + root.Path("/tmp/in.raw") + "' > '" +
+                          root.Path("/tmp/out.txt") + "' 2>&1";
         int status = std::system(cmd.c_str());
         return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     }
