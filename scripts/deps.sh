@@ -9,6 +9,14 @@ PACKAGES=(
   clang libclang-rt-14-dev
   espeak-ng sox
 )
+# The aarch64 preset: the cross compiler, the emulator that runs its tests, and the
+# arm64 builds of the libraries (multiarch, installed beside the host's).
+CROSS_PACKAGES=(
+  g++-aarch64-linux-gnu qemu-user
+  libc6:arm64 libsamplerate0-dev:arm64 libtinyxml2-dev:arm64 libsndfile1-dev:arm64
+  libgtest-dev:arm64 libgmock-dev:arm64 libbenchmark-dev:arm64
+)
+PACKAGES+=("${CROSS_PACKAGES[@]}")
 missing=()
 for p in "${PACKAGES[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")
@@ -19,5 +27,6 @@ if [ "$(id -u)" -ne 0 ]; then
   exit 1
 fi
 export DEBIAN_FRONTEND=noninteractive
+dpkg --print-foreign-architectures | grep -qx arm64 || dpkg --add-architecture arm64
 apt-get update
 apt-get install -y --no-install-recommends "${missing[@]}"
