@@ -1,8 +1,9 @@
-// Sample kernels of the channel nodes, separate from the node glue. Each has a plain
-// reference version (the definition of the result) and the version the nodes run, which
-// is specialised for small channel counts and equals the reference byte for byte. On
-// x86-64 processors with AVX2 the nodes run AVX2 builds of the specialised kernels; the
-// *Portable versions are the ones every other processor runs, callable anywhere.
+// Sample kernels of the channel nodes, separate from the node glue. Each has a reference
+// version (the definition of the result, astream_channel_kernels_reference.cpp) and sets
+// of versions specialised for small channel counts, one per instruction set: portable
+// vectors that every processor runs, AVX2 on x86-64 processors that have it, NEON on
+// arm64. Each equals the reference byte for byte; the nodes run the best set this
+// processor has (the dispatch, astream_channel_kernels.cpp).
 //
 // Buffers are bytes holding 16-bit little-endian samples with no alignment promise;
 // frames counts are per channel block. Split and merge read one buffer and write
@@ -23,8 +24,6 @@ void SplitFramesRef(const uint8_t* pSrc, uint8_t* pDstA, uint8_t* pDstB, uint32_
                     uint32_t u32CntB);
 void SplitFrames(const uint8_t* pSrc, uint8_t* pDstA, uint8_t* pDstB, uint32_t u32Frames, uint32_t u32CntA,
                  uint32_t u32CntB);
-void SplitFramesPortable(const uint8_t* pSrc, uint8_t* pDstA, uint8_t* pDstB, uint32_t u32Frames,
-                         uint32_t u32CntA, uint32_t u32CntB);
 
 // Frames of a samples at pSrcA and of b samples at pSrcB become frames of (a + b)
 // samples at pDst, A's samples first.
@@ -32,14 +31,27 @@ void MergeFramesRef(const uint8_t* pSrcA, const uint8_t* pSrcB, uint8_t* pDst, u
                     uint32_t u32CntA, uint32_t u32CntB);
 void MergeFrames(const uint8_t* pSrcA, const uint8_t* pSrcB, uint8_t* pDst, uint32_t u32Frames,
                  uint32_t u32CntA, uint32_t u32CntB);
-void MergeFramesPortable(const uint8_t* pSrcA, const uint8_t* pSrcB, uint8_t* pDst, uint32_t u32Frames,
-                         uint32_t u32CntA, uint32_t u32CntB);
 
 // Per frame f, in increasing order: target[f] = (target[f] + the c samples of group
 // frame f) / (c + 1), truncated toward zero. c = 0 leaves the target as it is.
 void MixinFramesRef(uint8_t* pTarget, const uint8_t* pGroup, uint32_t u32Frames, uint32_t u32Cnt);
 void MixinFrames(uint8_t* pTarget, const uint8_t* pGroup, uint32_t u32Frames, uint32_t u32Cnt);
-void MixinFramesPortable(uint8_t* pTarget, const uint8_t* pGroup, uint32_t u32Frames, uint32_t u32Cnt);
+
+// One instruction set's kernels, with the reference loops for counts past its
+// specialised range and for a mixin whose target lies in its group.
+struct ChannelKernelSet {
+    const char* pcName;
+    void (*pfnSplit)(const uint8_t* pSrc, uint8_t* pDstA, uint8_t* pDstB, uint32_t u32Frames,
+                     uint32_t u32CntA, uint32_t u32CntB);
+    void (*pfnMerge)(const uint8_t* pSrcA, const uint8_t* pSrcB, uint8_t* pDst, uint32_t u32Frames,
+                     uint32_t u32CntA, uint32_t u32CntB);
+    void (*pfnMixin)(uint8_t* pTarget, const uint8_t* pGroup, uint32_t u32Frames, uint32_t u32Cnt);
+};
+
+// The sets this build holds that this processor runs: "portable" first, then "avx2" or
+// "neon" where there is one; the last is the one SplitFrames, MergeFrames and
+// MixinFrames run. *pu32Count receives their number.
+const ChannelKernelSet* ChannelKernelSets(uint32_t* pu32Count);
 
 // A node rewrote blocks [u32Offset, u32Offset + u32Cnt) of pOut from pIn; completes the
 // frame period of u32Chn blocks of u32Block bytes in whichever buffer needs the smaller
