@@ -40,6 +40,23 @@ KERNEL_INLINE void Store16Frames(uint8_t* pTarget, __m256i q0, __m256i q1) {
     _mm256_storeu_si256(reinterpret_cast<__m256i*>(pTarget), _mm256_permute4x64_epi64(packed, 0xD8));
 }
 
+// One channel: (t + g) / 2 truncated toward zero, in 16-bit lanes without widening:
+// (t & g) + ((t ^ g) >> 1) is the floored half of the sum, which a negative odd sum
+// raises by 1. 16 frames per step.
+size_t MixinOne(uint8_t* pTarget, const uint8_t* pGroup, size_t n) {
+    size_t f = 0;
+    for (; f + 16 <= n; f += 16) {
+        const __m256i t = Load256(pTarget + kSampleBytes * f);
+        const __m256i g = Load256(pGroup + kSampleBytes * f);
+        const __m256i odd = _mm256_xor_si256(t, g);
+        const __m256i floor = _mm256_add_epi16(_mm256_and_si256(t, g), _mm256_srai_epi16(odd, 1));
+        const __m256i raise = _mm256_and_si256(odd, _mm256_srli_epi16(floor, 15));
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(pTarget + kSampleBytes * f),
+                            _mm256_add_epi16(floor, raise));
+    }
+    return f;
+}
+
 // Two channels: pmaddwd against ones sums each frame's pair straight from the group,
 // 16 frames per step.
 size_t MixinPairs(uint8_t* pTarget, const uint8_t* pGroup, size_t n) {
@@ -121,7 +138,9 @@ struct Avx2Isa {
     template <uint32_t C>
     static void Mixin(uint8_t* pTarget, const uint8_t* pGroup, uint32_t u32Frames) {
         size_t f = 0;
-        if constexpr (C == 2) {
+        if constexpr (C == 1) {
+            f = MixinOne(pTarget, pGroup, u32Frames);
+        } else if constexpr (C == 2) {
             f = MixinPairs(pTarget, pGroup, u32Frames);
         } else if constexpr (C == 4) {
             f = MixinQuads(pTarget, pGroup, u32Frames);

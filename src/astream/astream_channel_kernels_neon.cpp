@@ -62,6 +62,21 @@ KERNEL_INLINE int32x4_t RowSums4(const uint8_t* pG, int16x8_t mask) {
     return vpaddq_s32(vpaddq_s32(r[0], r[1]), vpaddq_s32(r[2], r[3]));
 }
 
+// One channel: the halving add gives the floored half of t + g, which a negative odd
+// sum raises by 1.
+size_t MixinOneNeon(uint8_t* pTarget, const uint8_t* pGroup, size_t n) {
+    size_t f = 0;
+    for (; f + 8 <= n; f += 8) {
+        const int16x8_t t = vreinterpretq_s16_u8(vld1q_u8(pTarget + kSampleBytes * f));
+        const int16x8_t g = vreinterpretq_s16_u8(vld1q_u8(pGroup + kSampleBytes * f));
+        const int16x8_t floor = vhaddq_s16(t, g);
+        const int16x8_t raise =
+            vandq_s16(veorq_s16(t, g), vreinterpretq_s16_u16(vshrq_n_u16(vreinterpretq_u16_s16(floor), 15)));
+        vst1q_u8(pTarget + kSampleBytes * f, vreinterpretq_u8_s16(vaddq_s16(floor, raise)));
+    }
+    return f;
+}
+
 template <uint32_t C>
 size_t MixinNeon(uint8_t* pTarget, const uint8_t* pGroup, size_t n) {
     int16_t as16Mask[8];
@@ -101,7 +116,9 @@ struct NeonIsa {
     template <uint32_t C>
     static void Mixin(uint8_t* pTarget, const uint8_t* pGroup, uint32_t u32Frames) {
         size_t f = 0;
-        if constexpr (C >= 1) {
+        if constexpr (C == 1) {
+            f = MixinOneNeon(pTarget, pGroup, u32Frames);
+        } else if constexpr (C >= 2) {
             f = MixinNeon<C>(pTarget, pGroup, u32Frames);
         }
         MixinLoop<C>(pTarget + kSampleBytes * f, pGroup + kSampleBytes * C * f, u32Frames - f);
