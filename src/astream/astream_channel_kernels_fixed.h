@@ -207,16 +207,16 @@ struct MergeMap {
 
 // Copies frames [f, f + n) of the Cnt samples at channel Off of N-sample frames.
 template <uint32_t N, uint32_t Off, uint32_t Cnt>
-KERNEL_INLINE void CopyFrames(const uint8_t* pSrc, uint8_t* pDst, uint32_t f, uint32_t n) {
-    for (uint32_t i = f; i < f + n; i++) {
+KERNEL_INLINE void CopyFrames(const uint8_t* pSrc, uint8_t* pDst, size_t f, size_t n) {
+    for (size_t i = f; i < f + n; i++) {
         std::memcpy(pDst + kSampleBytes * Cnt * i, pSrc + kSampleBytes * (N * i + Off), kSampleBytes * Cnt);
     }
 }
 
 // Copies frames [f, f + n) of Cnt-sample frames into channel Off of N-sample frames.
 template <uint32_t N, uint32_t Off, uint32_t Cnt>
-KERNEL_INLINE void PlaceFrames(const uint8_t* pSrc, uint8_t* pDst, uint32_t f, uint32_t n) {
-    for (uint32_t i = f; i < f + n; i++) {
+KERNEL_INLINE void PlaceFrames(const uint8_t* pSrc, uint8_t* pDst, size_t f, size_t n) {
+    for (size_t i = f; i < f + n; i++) {
         std::memcpy(pDst + kSampleBytes * (N * i + Off), pSrc + kSampleBytes * Cnt * i, kSampleBytes * Cnt);
     }
 }
@@ -234,7 +234,7 @@ KERNEL_INLINE void SplitBody(const uint8_t* __restrict pSrc, uint8_t* __restrict
     constexpr bool kVectorA = VectorShape<U, A, B>() && MaxUsed<MapA>(kA) <= U::kMaxInputs;
     constexpr bool kVectorB = VectorShape<U, A, B>() && MaxUsed<MapB>(kB) <= U::kMaxInputs;
     constexpr uint32_t kChunk = U::kLanes;
-    uint32_t f = 0;
+    size_t f = 0;
     for (; f + kChunk <= u32Frames; f += kChunk) {
         V av[kA + kB > 0 ? kA + kB : 1];
         LoadAll(pSrc + kSampleBytes * N * f, av, std::make_index_sequence<kA + kB>());
@@ -264,7 +264,7 @@ KERNEL_INLINE void MergeBody(const uint8_t* __restrict pSrcA, const uint8_t* __r
     using Map = MergeMap<U::kLanes, kA, kB>;
     constexpr bool kVector = VectorShape<U, A, B>() && MaxUsed<Map>(kA + kB) <= U::kMaxInputs;
     constexpr uint32_t kChunk = U::kLanes;
-    uint32_t f = 0;
+    size_t f = 0;
     for (; kVector && f + kChunk <= u32Frames; f += kChunk) {
         V av[kA + kB > 0 ? kA + kB : 1];
         LoadAll(pSrcA + kSampleBytes * A * f, av, std::make_index_sequence<kA>());
