@@ -1,7 +1,8 @@
 // The channel kernels for arm64 processors, all of which have NEON (Advanced SIMD).
-// Split and merge run the fixed-count gathers with 16-bit shapes of any kind, which
-// NEON's table lookups make cheap; mixin de-interleaves small groups with the structure
-// loads (LD2, LD3, LD4) and sums wider frames as rows.
+// Split and merge of up to 4 channels in all move frames with the structure loads and
+// stores (LD2-LD4, ST2-ST4); wider frames run the fixed-count gathers with 16-bit shapes
+// of any kind, which NEON's table lookups make cheap. Mixin de-interleaves small groups
+// with the structure loads and sums wider frames as rows.
 #include "astream_channel_kernels_fixed.h"
 
 #if defined(__aarch64__)
@@ -108,6 +109,79 @@ size_t MixinNeon(uint8_t* pTarget, const uint8_t* pGroup, size_t n) {
     return f;
 }
 
+// ---- Split and merge of up to 4 channels in all -----------------------------------------
+//
+// The structure loads de-interleave 8 frames of N <= 4 samples into one register per
+// channel; the structure stores interleave A's and B's registers into their frames.
+template <uint32_t N>
+KERNEL_INLINE void LoadChannels(const uint8_t* p, uint16x8_t* v) {
+    const uint16_t* s = reinterpret_cast<const uint16_t*>(p);
+    if constexpr (N == 1) {
+        v[0] = vld1q_u16(s);
+    } else if constexpr (N == 2) {
+        const uint16x8x2_t x = vld2q_u16(s);
+        v[0] = x.val[0];
+        v[1] = x.val[1];
+    } else if constexpr (N == 3) {
+        const uint16x8x3_t x = vld3q_u16(s);
+        v[0] = x.val[0];
+        v[1] = x.val[1];
+        v[2] = x.val[2];
+    } else {
+        const uint16x8x4_t x = vld4q_u16(s);
+        v[0] = x.val[0];
+        v[1] = x.val[1];
+        v[2] = x.val[2];
+        v[3] = x.val[3];
+    }
+}
+
+template <uint32_t N>
+KERNEL_INLINE void StoreChannels(uint8_t* p, const uint16x8_t* v) {
+    uint16_t* d = reinterpret_cast<uint16_t*>(p);
+    if constexpr (N == 1) {
+        vst1q_u16(d, v[0]);
+    } else if constexpr (N == 2) {
+        vst2q_u16(d, (uint16x8x2_t{{v[0], v[1]}}));
+    } else if constexpr (N == 3) {
+        vst3q_u16(d, (uint16x8x3_t{{v[0], v[1], v[2]}}));
+    } else {
+        vst4q_u16(d, (uint16x8x4_t{{v[0], v[1], v[2], v[3]}}));
+    }
+}
+
+template <uint32_t A, uint32_t B>
+void SplitStructured(const uint8_t* pSrc, uint8_t* pDstA, uint8_t* pDstB, uint32_t u32Frames) {
+    size_t f = 0;
+    for (; f + 8 <= u32Frames; f += 8) {
+        uint16x8_t v[A + B];
+        LoadChannels<A + B>(pSrc + kSampleBytes * (A + B) * f, v);
+        StoreChannels<A>(pDstA + kSampleBytes * A * f, v);
+        StoreChannels<B>(pDstB + kSampleBytes * B * f, v + A);
+    }
+    CopyFrames<A + B, 0, A>(pSrc, pDstA, f, u32Frames - f);
+    CopyFrames<A + B, A, B>(pSrc, pDstB, f, u32Frames - f);
+}
+
+template <uint32_t A, uint32_t B>
+void MergeStructured(const uint8_t* pSrcA, const uint8_t* pSrcB, uint8_t* pDst, uint32_t u32Frames) {
+    size_t f = 0;
+    for (; f + 8 <= u32Frames; f += 8) {
+        uint16x8_t v[A + B];
+        LoadChannels<A>(pSrcA + kSampleBytes * A * f, v);
+        LoadChannels<B>(pSrcB + kSampleBytes * B * f, v + A);
+        StoreChannels<A + B>(pDst + kSampleBytes * (A + B) * f, v);
+    }
+    PlaceFrames<A + B, 0, A>(pSrcA, pDst, f, u32Frames - f);
+    PlaceFrames<A + B, A, B>(pSrcB, pDst, f, u32Frames - f);
+}
+
+template <uint32_t A, uint32_t B>
+constexpr void UseStructured(ChannelKernelTable& stTable) {
+    stTable.apfnSplit[A * (kFixedMax + 1) + B] = &SplitStructured<A, B>;
+    stTable.apfnMerge[A * (kFixedMax + 1) + B] = &MergeStructured<A, B>;
+}
+
 struct NeonIsa {
     static constexpr int kBytes = 16;
     static constexpr bool kAny16 = true;
@@ -127,7 +201,22 @@ struct NeonIsa {
 
 }  // namespace
 
-constexpr ChannelKernelTable kNeonChannelKernels = MakeTable<NeonIsa>();
+namespace {
+
+constexpr ChannelKernelTable MakeNeonTable() {
+    ChannelKernelTable stTable = MakeTable<NeonIsa>();
+    UseStructured<1, 1>(stTable);
+    UseStructured<1, 2>(stTable);
+    UseStructured<2, 1>(stTable);
+    UseStructured<1, 3>(stTable);
+    UseStructured<2, 2>(stTable);
+    UseStructured<3, 1>(stTable);
+    return stTable;
+}
+
+}  // namespace
+
+constexpr ChannelKernelTable kNeonChannelKernels = MakeNeonTable();
 
 }  // namespace astream
 }  // namespace audiomw
