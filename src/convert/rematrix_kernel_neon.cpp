@@ -1,12 +1,13 @@
-// The rematrix heads for arm64 processors, all of which have NEON: the structure loads
-// and stores (LD2, ST2) interleave and de-interleave 16-bit samples or 32-bit pairs as
-// they move, 8 frames per step.
+// The rematrix heads for arm64 processors, all of which have NEON: for up to 4 channels
+// each way, the structure loads (LD1-LD4) de-interleave 8 frames into one register per
+// channel and the structure stores (ST1-ST4) interleave the output channels' registers.
 #include "rematrix_kernel_heads.h"
 
 #if defined(__aarch64__)
 #include <arm_neon.h>
 
 #include <cstdint>
+#include <utility>
 
 namespace audiomw {
 
@@ -14,76 +15,78 @@ namespace {
 
 // The structure loads and stores take element pointers; they have no alignment
 // requirement.
-const uint16_t* In16(const unsigned char* p) {
-    return reinterpret_cast<const uint16_t*>(p);
+template <int N>
+void LoadChannels(const unsigned char* p, uint16x8_t* v) {
+    const uint16_t* s = reinterpret_cast<const uint16_t*>(p);
+    if constexpr (N == 1) {
+        v[0] = vld1q_u16(s);
+    } else if constexpr (N == 2) {
+        const uint16x8x2_t x = vld2q_u16(s);
+        v[0] = x.val[0];
+        v[1] = x.val[1];
+    } else if constexpr (N == 3) {
+        const uint16x8x3_t x = vld3q_u16(s);
+        v[0] = x.val[0];
+        v[1] = x.val[1];
+        v[2] = x.val[2];
+    } else {
+        const uint16x8x4_t x = vld4q_u16(s);
+        v[0] = x.val[0];
+        v[1] = x.val[1];
+        v[2] = x.val[2];
+        v[3] = x.val[3];
+    }
 }
 
-uint16_t* Out16(unsigned char* p) {
-    return reinterpret_cast<uint16_t*>(p);
+template <int N>
+void StoreChannels(unsigned char* p, const uint16x8_t* v) {
+    uint16_t* d = reinterpret_cast<uint16_t*>(p);
+    if constexpr (N == 1) {
+        vst1q_u16(d, v[0]);
+    } else if constexpr (N == 2) {
+        vst2q_u16(d, (uint16x8x2_t{{v[0], v[1]}}));
+    } else if constexpr (N == 3) {
+        vst3q_u16(d, (uint16x8x3_t{{v[0], v[1], v[2]}}));
+    } else {
+        vst4q_u16(d, (uint16x8x4_t{{v[0], v[1], v[2], v[3]}}));
+    }
 }
 
-const uint32_t* In32(const unsigned char* p) {
-    return reinterpret_cast<const uint32_t*>(p);
-}
-
-uint32_t* Out32(unsigned char* p) {
-    return reinterpret_cast<uint32_t*>(p);
-}
-
-size_t MonoToStereoNeon(const unsigned char* in, unsigned char* out, size_t n) {
+// I input channels to O output channels, both at most 4: 8 frames per step, one register
+// per channel, output channel c from input channel c mod I (c itself when narrowing).
+template <int I, int O>
+size_t Rematrix(const unsigned char* in, unsigned char* out, size_t n) {
     size_t f = 0;
     for (; f + 8 <= n; f += 8) {
-        const uint16x8_t v = vld1q_u16(In16(in + f * 2));
-        vst2q_u16(Out16(out + f * 4), (uint16x8x2_t{{v, v}}));
+        uint16x8_t vin[I];
+        uint16x8_t vout[O];
+        LoadChannels<I>(in + f * 2 * I, vin);
+        for (int c = 0; c < O; c++) {
+            vout[c] = vin[c % I];
+        }
+        StoreChannels<O>(out + f * 2 * O, vout);
     }
     return f;
 }
 
-size_t StereoToMonoNeon(const unsigned char* in, unsigned char* out, size_t n) {
-    size_t f = 0;
-    for (; f + 8 <= n; f += 8) {
-        vst1q_u16(Out16(out + f * 2), vld2q_u16(In16(in + f * 4)).val[0]);
-    }
-    return f;
-}
+using HeadFn = size_t (*)(const unsigned char* in, unsigned char* out, size_t n);
 
-// Each frame's pair as one 32-bit element: repeated for 2 -> 4, every other kept for 4 -> 2.
-size_t StereoToQuadNeon(const unsigned char* in, unsigned char* out, size_t n) {
-    size_t f = 0;
-    for (; f + 8 <= n; f += 8) {
-        const uint32x4_t lo = vld1q_u32(In32(in + f * 4));
-        const uint32x4_t hi = vld1q_u32(In32(in + f * 4 + 16));
-        vst2q_u32(Out32(out + f * 8), (uint32x4x2_t{{lo, lo}}));
-        vst2q_u32(Out32(out + f * 8 + 32), (uint32x4x2_t{{hi, hi}}));
-    }
-    return f;
-}
+template <size_t... K>
+constexpr HeadFn kHeads[] = {&Rematrix<int(K / 4) + 1, int(K % 4) + 1>...};
 
-size_t QuadToStereoNeon(const unsigned char* in, unsigned char* out, size_t n) {
-    size_t f = 0;
-    for (; f + 8 <= n; f += 8) {
-        vst1q_u32(Out32(out + f * 4), vld2q_u32(In32(in + f * 8)).val[0]);
-        vst1q_u32(Out32(out + f * 4 + 16), vld2q_u32(In32(in + f * 8 + 32)).val[0]);
-    }
-    return f;
+template <size_t... K>
+constexpr const HeadFn* Heads(std::index_sequence<K...>) {
+    return kHeads<K...>;
 }
 
 }  // namespace
 
+// Every shape of 1 to 4 channels each way, equal counts included (a plain copy).
 size_t RematrixHeadNeon(const unsigned char* in, unsigned char* out, size_t n, int inChn, int outChn) {
-    if (inChn == 1 && outChn == 2) {
-        return MonoToStereoNeon(in, out, n);
+    if (inChn < 1 || inChn > 4 || outChn < 1 || outChn > 4) {
+        return 0;
     }
-    if (inChn == 2 && outChn == 1) {
-        return StereoToMonoNeon(in, out, n);
-    }
-    if (inChn == 2 && outChn == 4) {
-        return StereoToQuadNeon(in, out, n);
-    }
-    if (inChn == 4 && outChn == 2) {
-        return QuadToStereoNeon(in, out, n);
-    }
-    return 0;
+    return Heads(std::make_index_sequence<16>())[(inChn - 1) * 4 + (outChn - 1)](in, out, n);
 }
 
 }  // namespace audiomw
