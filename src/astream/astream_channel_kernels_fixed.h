@@ -235,6 +235,9 @@ KERNEL_INLINE void SplitBody(const uint8_t* __restrict pSrc, uint8_t* __restrict
     constexpr bool kVectorB = VectorShape<U, A, B>() && MaxUsed<MapB>(kB) <= U::kMaxInputs;
     constexpr uint32_t kChunk = U::kLanes;
     size_t f = 0;
+    // Two chunks per pass: with small groups the loop's own work weighs as much as the
+    // moves.
+#pragma GCC unroll 2
     for (; f + kChunk <= u32Frames; f += kChunk) {
         V av[kA + kB > 0 ? kA + kB : 1];
         LoadAll(pSrc + kSampleBytes * N * f, av, std::make_index_sequence<kA + kB>());
@@ -265,6 +268,7 @@ KERNEL_INLINE void MergeBody(const uint8_t* __restrict pSrcA, const uint8_t* __r
     constexpr bool kVector = VectorShape<U, A, B>() && MaxUsed<Map>(kA + kB) <= U::kMaxInputs;
     constexpr uint32_t kChunk = U::kLanes;
     size_t f = 0;
+#pragma GCC unroll 2
     for (; kVector && f + kChunk <= u32Frames; f += kChunk) {
         V av[kA + kB > 0 ? kA + kB : 1];
         LoadAll(pSrcA + kSampleBytes * A * f, av, std::make_index_sequence<kA>());
