@@ -45,6 +45,7 @@ KERNEL_INLINE void Store16Frames(uint8_t* pTarget, __m256i q0, __m256i q1) {
 // raises by 1. 16 frames per step.
 size_t MixinOne(uint8_t* pTarget, const uint8_t* pGroup, size_t n) {
     size_t f = 0;
+#pragma GCC unroll 2
     for (; f + 16 <= n; f += 16) {
         const __m256i t = Load256(pTarget + kSampleBytes * f);
         const __m256i g = Load256(pGroup + kSampleBytes * f);
@@ -62,6 +63,7 @@ size_t MixinOne(uint8_t* pTarget, const uint8_t* pGroup, size_t n) {
 size_t MixinPairs(uint8_t* pTarget, const uint8_t* pGroup, size_t n) {
     const __m256i ones = _mm256_set1_epi16(1);
     size_t f = 0;
+#pragma GCC unroll 2
     for (; f + 16 <= n; f += 16) {
         const uint8_t* pG = pGroup + kSampleBytes * 2 * f;
         uint8_t* pT = pTarget + kSampleBytes * f;
@@ -77,6 +79,7 @@ size_t MixinPairs(uint8_t* pTarget, const uint8_t* pGroup, size_t n) {
 size_t MixinQuads(uint8_t* pTarget, const uint8_t* pGroup, size_t n) {
     const __m256i ones = _mm256_set1_epi16(1);
     size_t f = 0;
+#pragma GCC unroll 2
     for (; f + 16 <= n; f += 16) {
         const uint8_t* pG = pGroup + kSampleBytes * 4 * f;
         uint8_t* pT = pTarget + kSampleBytes * f;
