@@ -1,11 +1,12 @@
 #!/usr/bin/env bash
 # Builds audiomw and runs the whole test suite under each preset named (default: all of
-# default, asan and tsan). Installs the build dependencies first when run as root.
+# default, asan, tsan and aarch64, the last a cross build whose tests run under
+# qemu-aarch64). Installs the build dependencies first when run as root.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/deps.sh
 presets=("$@")
-[ ${#presets[@]} -eq 0 ] && presets=(default asan tsan)
+[ ${#presets[@]} -eq 0 ] && presets=(default asan tsan aarch64)
 for preset in "${presets[@]}"; do
   echo "=== preset $preset ==="
   start=$(date +%s)

@@ -1,5 +1,6 @@
 // The play_raw example, run as a program on a virtual card described by a
-// TINYALSA_VCARDS file whose sink is a WAV file, read back with libsndfile.
+// TINYALSA_VCARDS file whose sink is a WAV file, read back with libsndfile. In a cross
+// build the program starts through the emulator that runs the tests.
 #include <sndfile.h>
 #include <sys/wait.h>
 
@@ -25,7 +26,7 @@ TEST_F(PlayRawTest, PlaysTheFileIntoTheWavSinkPaddingTheLastPeriod) {
     WriteFileBytes(root.Path("/tmp/vcards.txt"), std::vector<uint8_t>(cards.begin(), cards.end()));
     WriteFileBytes(root.Path("/tmp/in.raw"), input);
     const std::string cmd = "TINYALSA_VCARDS='" + root.Path("/tmp/vcards.txt") +
-                            "' '" AUDIOMW_PLAY_RAW
+                            "' " AUDIOMW_PLAY_RAW_LAUNCHER " '" AUDIOMW_PLAY_RAW
                             "' --card 0 --device 0 --rate 16000 --channels 2 --period 160 '" +
                             root.Path("/tmp/in.raw") + "' > '" + root.Path("/tmp/out.txt") + "' 2>&1";
     const int status = std::system(cmd.c_str());

@@ -19,13 +19,15 @@ using namespace audiomw::astream;
 constexpr uint32_t kMaxCnt = 11;  // past the specialised range, so the fallback runs too
 const uint32_t kFrames[] = {0, 1, 2, 3, 7, 8, 9, 15, 16, 17, 23, 24, 25, 31, 32, 33, 47, 160, 256};
 
-// The mixin kernels under test: the one this processor runs and the portable one.
-using MixinKernel = void (*)(uint8_t*, const uint8_t*, uint32_t, uint32_t);
-struct NamedMixin {
-    const char* name;
-    MixinKernel kernel;
-};
-const NamedMixin kMixins[] = {{"dispatched", MixinFrames}, {"portable", MixinFramesPortable}};
+// The kernels under test: what the nodes call, and every instruction set's kernels this
+// processor runs (the portable ones, then AVX2 or NEON).
+std::vector<ChannelKernelSet> KernelsUnderTest() {
+    std::vector<ChannelKernelSet> sets = {{"dispatched", SplitFrames, MergeFrames, MixinFrames}};
+    uint32_t u32Count = 0;
+    const ChannelKernelSet* pSets = ChannelKernelSets(&u32Count);
+    sets.insert(sets.end(), pSets, pSets + u32Count);
+    return sets;
+}
 
 std::vector<uint8_t> Random(size_t n, std::mt19937& rng) {
     std::vector<uint8_t> v(n);
@@ -38,26 +40,18 @@ std::vector<uint8_t> Random(size_t n, std::mt19937& rng) {
 // Buffers start one byte into their storage, so no sample is 2-byte aligned.
 constexpr size_t kSkew = 1;
 
-// The split and merge kernels under test: the ones this processor runs and the portable ones.
-using FramesKernel = void (*)(const uint8_t*, uint8_t*, uint8_t*, uint32_t, uint32_t, uint32_t);
-using MergeKernel = void (*)(const uint8_t*, const uint8_t*, uint8_t*, uint32_t, uint32_t, uint32_t);
-const std::pair<const char*, FramesKernel> kSplits[] = {{"dispatched", SplitFrames},
-                                                        {"portable", SplitFramesPortable}};
-const std::pair<const char*, MergeKernel> kMerges[] = {{"dispatched", MergeFrames},
-                                                       {"portable", MergeFramesPortable}};
-
 TEST(ChannelKernels, SplitEqualsReference) {
     std::mt19937 rng(1);
-    for (const auto& split : kSplits) {
+    for (const ChannelKernelSet& set : KernelsUnderTest()) {
         for (uint32_t a = 0; a <= kMaxCnt; a++) {
             for (uint32_t b = 0; b <= kMaxCnt; b++) {
                 for (uint32_t frames : kFrames) {
                     SCOPED_TRACE(testing::Message()
-                                 << split.first << " a=" << a << " b=" << b << " frames=" << frames);
+                                 << set.pcName << " a=" << a << " b=" << b << " frames=" << frames);
                     const size_t lenA = a * frames * 2, lenB = b * frames * 2;
                     std::vector<uint8_t> src = Random(lenA + lenB + kSkew, rng);
                     std::vector<uint8_t> fast = Random(lenA + lenB + 2 * kSkew, rng), ref = fast;
-                    split.second(src.data() + kSkew, fast.data() + kSkew, fast.data() + kSkew + lenA, frames,
+                    set.pfnSplit(src.data() + kSkew, fast.data() + kSkew, fast.data() + kSkew + lenA, frames,
                                  a, b);
                     SplitFramesRef(src.data() + kSkew, ref.data() + kSkew, ref.data() + kSkew + lenA, frames,
                                    a, b);
@@ -70,16 +64,16 @@ TEST(ChannelKernels, SplitEqualsReference) {
 
 TEST(ChannelKernels, MergeEqualsReference) {
     std::mt19937 rng(2);
-    for (const auto& merge : kMerges) {
+    for (const ChannelKernelSet& set : KernelsUnderTest()) {
         for (uint32_t a = 0; a <= kMaxCnt; a++) {
             for (uint32_t b = 0; b <= kMaxCnt; b++) {
                 for (uint32_t frames : kFrames) {
                     SCOPED_TRACE(testing::Message()
-                                 << merge.first << " a=" << a << " b=" << b << " frames=" << frames);
+                                 << set.pcName << " a=" << a << " b=" << b << " frames=" << frames);
                     const size_t lenA = a * frames * 2, lenB = b * frames * 2;
                     std::vector<uint8_t> src = Random(lenA + lenB + kSkew, rng);
                     std::vector<uint8_t> fast = Random(lenA + lenB + 2 * kSkew, rng), ref = fast;
-                    merge.second(src.data() + kSkew, src.data() + kSkew + lenA, fast.data() + kSkew, frames,
+                    set.pfnMerge(src.data() + kSkew, src.data() + kSkew + lenA, fast.data() + kSkew, frames,
                                  a, b);
                     MergeFramesRef(src.data() + kSkew, src.data() + kSkew + lenA, ref.data() + kSkew, frames,
                                    a, b);
@@ -110,14 +104,14 @@ TEST(ChannelKernels, ReferenceSplitAndMergeDefinition) {
 TEST(ChannelKernels, MixinEqualsReference) {
     std::mt19937 rng(3);
     const int16_t extremes[] = {-32768, -32767, -1, 0, 1, 32766, 32767};
-    for (const NamedMixin& mixin : kMixins) {
+    for (const ChannelKernelSet& set : KernelsUnderTest()) {
         for (uint32_t c = 0; c <= kMaxCnt; c++) {
             for (uint32_t frames : kFrames) {
                 const size_t block = frames * 2;
                 const uint32_t blocks = c + 2;  // room for a target before and after the group
                 for (uint32_t t = 0; t < blocks; t++) {
                     SCOPED_TRACE(testing::Message()
-                                 << mixin.name << " c=" << c << " frames=" << frames << " target=" << t);
+                                 << set.pcName << " c=" << c << " frames=" << frames << " target=" << t);
                     std::vector<uint8_t> fast = Random(blocks * block + kSkew, rng);
                     for (size_t i = 0; i + 1 < fast.size(); i += 2) {
                         if (rng() % 4 == 0) {
@@ -126,7 +120,7 @@ TEST(ChannelKernels, MixinEqualsReference) {
                     }
                     std::vector<uint8_t> ref = fast;
                     uint8_t* base = fast.data() + kSkew;
-                    mixin.kernel(base + t * block, base + block, frames, c);
+                    set.pfnMixin(base + t * block, base + block, frames, c);
                     MixinFramesRef(ref.data() + kSkew + t * block, ref.data() + kSkew + block, frames, c);
                     ASSERT_EQ(ref, fast);
                 }
@@ -139,13 +133,13 @@ TEST(ChannelKernels, MixinEqualsReference) {
 // vector kernels must stop short of reading past the group (ASan reports it if not).
 TEST(ChannelKernels, MixinReadsNothingPastTheGroup) {
     std::mt19937 rng(4);
-    for (const NamedMixin& mixin : kMixins) {
+    for (const ChannelKernelSet& set : KernelsUnderTest()) {
         for (uint32_t c = 1; c <= kMaxCnt; c++) {
             for (uint32_t frames : kFrames) {
-                SCOPED_TRACE(testing::Message() << mixin.name << " c=" << c << " frames=" << frames);
+                SCOPED_TRACE(testing::Message() << set.pcName << " c=" << c << " frames=" << frames);
                 std::vector<uint8_t> group = Random(size_t(frames) * c * 2, rng);
                 std::vector<uint8_t> fast = Random(size_t(frames) * 2, rng), ref = fast;
-                mixin.kernel(fast.data(), group.data(), frames, c);
+                set.pfnMixin(fast.data(), group.data(), frames, c);
                 MixinFramesRef(ref.data(), group.data(), frames, c);
                 ASSERT_EQ(ref, fast);
             }
@@ -178,9 +172,9 @@ TEST(ChannelKernels, MixinTruncatesTowardZero) {
 // Every sum a frame can reach, for every group size: the kernel's quotient equals the
 // integer division truncated toward zero (the specialised kernels divide by multiplying).
 TEST(ChannelKernels, MixinQuotientIsExactForEveryReachableSum) {
-    for (const NamedMixin& mixin : kMixins) {
+    for (const ChannelKernelSet& set : KernelsUnderTest()) {
         for (uint32_t c = 1; c <= kMaxCnt; c++) {
-            SCOPED_TRACE(testing::Message() << mixin.name << " c=" << c);
+            SCOPED_TRACE(testing::Message() << set.pcName << " c=" << c);
             const int32_t lo = -32768 * int32_t(c + 1), hi = 32767 * int32_t(c + 1);
             const uint32_t frames = uint32_t(hi - lo + 1);
             std::vector<int16_t> target(frames), group(size_t(frames) * c);
@@ -196,7 +190,7 @@ TEST(ChannelKernels, MixinQuotientIsExactForEveryReachableSum) {
                     group[size_t(f) * c + j] = take();
                 }
             }
-            mixin.kernel(reinterpret_cast<uint8_t*>(target.data()),
+            set.pfnMixin(reinterpret_cast<uint8_t*>(target.data()),
                          reinterpret_cast<const uint8_t*>(group.data()), frames, c);
             for (uint32_t f = 0; f < frames; f++) {
                 const int32_t sum = lo + int32_t(f);
@@ -206,6 +200,20 @@ TEST(ChannelKernels, MixinQuotientIsExactForEveryReachableSum) {
             }
         }
     }
+}
+
+// The nodes run the processor's own vector kernels: NEON on every arm64 processor, AVX2
+// on x86-64 processors that have it.
+TEST(ChannelKernels, NodesRunThisProcessorsVectorSet) {
+    uint32_t u32Count = 0;
+    const ChannelKernelSet* pSets = ChannelKernelSets(&u32Count);
+    ASSERT_GE(u32Count, 1u);
+    EXPECT_STREQ("portable", pSets[0].pcName);
+#if defined(__aarch64__)
+    EXPECT_STREQ("neon", pSets[u32Count - 1].pcName);
+#elif defined(__x86_64__)
+    EXPECT_STREQ(__builtin_cpu_supports("avx2") ? "avx2" : "portable", pSets[u32Count - 1].pcName);
+#endif
 }
 
 // Both completion branches: a small group goes back into pIn, a large one has the rest

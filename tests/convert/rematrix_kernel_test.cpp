@@ -84,27 +84,29 @@ void ExpectEqualToReference(const Kernel& kernel, const char* name) {
     }
 }
 
-TEST(RematrixKernels, PortableEqualsReference) {
-    ExpectEqualToReference(audiomw::RematrixPortable, "portable");
-}
-
-TEST(RematrixKernels, FastEqualsReference) {
+// Every instruction set's kernel this processor runs (portable, then AVX2 or NEON), and
+// the one the rematrix calls.
+TEST(RematrixKernels, EverySetEqualsReference) {
+    size_t count = 0;
+    const audiomw::RematrixKernelSet* sets = audiomw::RematrixKernelSets(&count);
+    for (size_t i = 0; i < count; i++) {
+        ExpectEqualToReference(sets[i].pfnRematrix, sets[i].pcName);
+    }
     ExpectEqualToReference(audiomw::RematrixFast, "fast");
 }
 
-#if defined(__x86_64__)
-TEST(RematrixKernels, Avx2EqualsReference) {
-    if (!audiomw::RematrixHasAvx2()) {
-        GTEST_SKIP() << "processor without AVX2";
-    }
-    Kernel avx2OrPortable = [](const unsigned char* in, unsigned char* out, int frames, int inChn,
-                               int outChn) {
-        if (!audiomw::RematrixAvx2(in, out, frames, inChn, outChn)) {
-            audiomw::RematrixPortable(in, out, frames, inChn, outChn);
-        }
-    };
-    ExpectEqualToReference(avx2OrPortable, "avx2");
-}
+// The rematrix runs the processor's own vector heads: NEON on every arm64 processor,
+// AVX2 on x86-64 processors that have it.
+TEST(RematrixKernels, FastIsThisProcessorsVectorSet) {
+    size_t count = 0;
+    const audiomw::RematrixKernelSet* sets = audiomw::RematrixKernelSets(&count);
+    ASSERT_GE(count, 1u);
+    EXPECT_STREQ("portable", sets[0].pcName);
+#if defined(__aarch64__)
+    EXPECT_STREQ("neon", sets[count - 1].pcName);
+#elif defined(__x86_64__)
+    EXPECT_STREQ(__builtin_cpu_supports("avx2") ? "avx2" : "portable", sets[count - 1].pcName);
 #endif
+}
 
 }  // namespace
