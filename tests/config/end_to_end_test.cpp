@@ -1,7 +1,6 @@
 // The application sequence end to end: load the lists, create the devices from them,
 // switch stream 0 to its first configuration, switch it to the second while it runs,
 // and check the bytes each playback card received on both sides of the switch.
-#include "config_app.h"
 #include "config_test_util.h"
 
 namespace {
@@ -14,35 +13,28 @@ constexpr uint8_t kFiller = 0xA5;
 constexpr uint32_t kFilePeriods = 20;
 
 std::string Config(const std::string& dir) {
-    return "<?xml version='1.0' encoding='UTF-8'?>\n"
-           "<Audio>\n"
-           "  <AI Id='0' Name='file'><Device Type='Afile' FilePath='" +
+    auto ao = [](int id, int card, int ch) {
+        return "<AO Id='" + std::to_string(id) + "' Name='out'><Device Type='Alsa' CardId='" +
+               std::to_string(card) + "'/><SampleRate Cur='16KHZ'/><Channel Cur='" + std::to_string(ch) +
+               "'/><FrameSize Cur='160'/></AO>";
+    };
+    return "<Audio><AI Id='0' Name='file'><Device Type='Afile' FilePath='" + dir +
+           "/a.pcm'/><SampleRate Cur='16KHZ'/><Channel Cur='2'/><FrameSize Cur='160'/></AI>" + ao(0, 10, 2) +
+           ao(1, 11, 1) +
+           "<ASTREAM Id='0' Name='first' AiId='0' Worker='1'><Node Type='Output' AoId='0' ChnOffset='0' "
+           "ChnCnt='2'/></ASTREAM><ASTREAM Id='1' Name='second' AiId='0' Worker='1'><Node Type='Split' "
+           "ChnOffset='0' ChnCntA='1' ChnCntB='1'/><AiAdj Id='0' FilePath='" +
            dir +
-           "/a.pcm'/><SampleRate Cur='16KHZ'/>"
-           "<Channel Cur='2'/><FrameSize Cur='160'/></AI>\n"
-           "  <AO Id='0' Name='stereo'><Device Type='Alsa' CardId='10' DevId='0'/><SampleRate Cur='16KHZ'/>"
-           "<Channel Cur='2'/><FrameSize Cur='160'/></AO>\n"
-           "  <AO Id='1' Name='mono'><Device Type='Alsa' CardId='11' DevId='0'/><SampleRate Cur='16KHZ'/>"
-           "<Channel Cur='1'/><FrameSize Cur='160'/></AO>\n"
-           "  <ASTREAM Id='0' Name='first' AiId='0' Worker='1'>\n"
-           "    <Node Type='Output' AoId='0' ChnOffset='0' ChnCnt='2'/>\n"
-           "  </ASTREAM>\n"
-           "  <ASTREAM Id='1' Name='second' AiId='0' Worker='1'>\n"
-           "    <Node Type='Split' ChnOffset='0' ChnCntA='1' ChnCntB='1'/>\n"
-           "    <AiAdj Id='0' FilePath='" +
-           dir +
-           "/b.pcm' SampleRate='16KHZ'/>\n"
-           "    <Node Type='Output' AoId='1' ChnOffset='1' ChnCnt='1'/>\n"
-           "  </ASTREAM>\n"
-           "</Audio>\n";
+           "/b.pcm' SampleRate='16KHZ'/><Node Type='Output' AoId='1' ChnOffset='1' "
+           "ChnCnt='1'/></ASTREAM></Audio>";
 }
 
 // Channel `ch` of an interleaved stereo recording.
 Bytes Channel(const Bytes& stereo, int ch) {
     std::vector<int16_t> s = audiomw_test::ToSamples(stereo);
     std::vector<int16_t> mono;
-    for (size_t f = 0; f < s.size() / 2; f++) {
-        mono.push_back(s[2 * f + static_cast<size_t>(ch)]);
+    for (size_t i = static_cast<size_t>(ch); i < s.size(); i += 2) {
+        mono.push_back(s[i]);
     }
     return audiomw_test::ToBytes(mono);
 }

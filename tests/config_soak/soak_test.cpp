@@ -14,7 +14,7 @@
 #include <mutex>
 #include <thread>
 
-#include "config_app.h"
+#include "config_test_util.h"
 #include "host_test.h"
 
 namespace {
