@@ -2,6 +2,7 @@
 #include <functional>
 
 #include "config_test_util.h"
+#include "host_test.h"
 
 namespace {
 
@@ -212,7 +213,10 @@ TEST_F(ConfigTest, StreamLoaderTurnsSectionsIntoRecordsAndLines) {
         ASSERT_EQ(0, AUDIO_AO_LoadFromConfig(ao));
         log.Clear();
         std::list<tagASTREAM_XML_CFG_S> streams(2);
+        const int calls = CFG_GetDocCallCount();
         ASSERT_EQ(0, AUDIO_ASTREAM_LoadFromConfig(ai, ao, streams));
+        EXPECT_EQ(1, CFG_GetDocLastFlag()) << "the file is loaded anew";
+        EXPECT_EQ(calls + 1, CFG_GetDocCallCount());
         ASSERT_EQ(row.want.size(), streams.size());
         auto it = streams.begin();
         for (const StreamWant& w : row.want) {

@@ -1,5 +1,6 @@
 // AUDIO_ASTREAM_SwitchToConfig: what the slot, the AIs and the AO hold after a switch
-// that succeeds and after each step that can fail.
+// that succeeds and after each step that can fail, and the bytes played on both sides
+// of a switch.
 #include <filesystem>
 
 #include "config_test_util.h"
@@ -10,6 +11,12 @@ using config_test::App;
 using config_test::Logged;
 
 constexpr const char* kOp = "AUDIO_ASTREAM_SwitchToConfig";
+using Bytes = std::vector<uint8_t>;
+
+constexpr uint32_t kFrames = 160;
+constexpr int kLeadBlocks = 48;  // filler periods a file input sends before its file
+constexpr uint8_t kFiller = 0xA5;
+constexpr uint32_t kFilePeriods = 20;
 
 // Two file AIs and an AO on virtual card 10, all 160 frames per period; AI 4 is in the
 // file but never created. The stream configurations adjust frame sizes to 80, so each
@@ -38,7 +45,47 @@ std::string Config(const std::string& dir) {
            stream(3, "secondAiFails", 0, adj("AiAdj", 0) + adj("AiAdj", 4) + adj("AiAdj", 1) + ao) +
            stream(4, "createFails", 4, adj("AiAdj", 0) + adj("AiAdj", 1) + ao) +
            stream(5, "startFails", 0, "<AiAdj Id='0' FilePath='" + dir + "/dir' SampleRate='16KHZ'/>" + ao) +
+           stream(6, "repair", 0, "<AiAdj Id='0' FilePath='" + dir + "/in0.pcm' SampleRate='16KHZ'/>") +
            "</Audio>";
+}
+
+std::string EndToEndConfig(const std::string& dir) {
+    auto ao = [](int id, int card, int ch) {
+        return "<AO Id='" + std::to_string(id) + "' Name='out'><Device Type='Alsa' CardId='" +
+               std::to_string(card) + "'/><SampleRate Cur='16KHZ'/><Channel Cur='" + std::to_string(ch) +
+               "'/><FrameSize Cur='160'/></AO>";
+    };
+    return "<Audio><AI Id='0' Name='file'><Device Type='Afile' FilePath='" + dir +
+           "/a.pcm'/><SampleRate Cur='16KHZ'/><Channel Cur='2'/><FrameSize Cur='160'/></AI>" + ao(0, 10, 2) +
+           ao(1, 11, 1) +
+           "<ASTREAM Id='0' Name='first' AiId='0' Worker='1'><Node Type='Output' AoId='0' ChnOffset='0' "
+           "ChnCnt='2'/></ASTREAM><ASTREAM Id='1' Name='second' AiId='0' Worker='1'><Node Type='Split' "
+           "ChnOffset='0' ChnCntA='1' ChnCntB='1'/><AiAdj Id='0' FilePath='" +
+           dir +
+           "/b.pcm' SampleRate='16KHZ'/><Node Type='Output' AoId='1' ChnOffset='1' "
+           "ChnCnt='1'/></ASTREAM></Audio>";
+}
+
+// Channel `ch` of an interleaved stereo recording.
+Bytes Channel(const Bytes& stereo, int ch) {
+    std::vector<int16_t> s = audiomw_test::ToSamples(stereo);
+    std::vector<int16_t> mono;
+    for (size_t i = static_cast<size_t>(ch); i < s.size(); i += 2) {
+        mono.push_back(s[i]);
+    }
+    return audiomw_test::ToBytes(mono);
+}
+
+// A sink holds the lead filler, then `content`, then whole periods of filler.
+void ExpectPlayed(const Bytes& sink, const Bytes& content, size_t period, const char* what) {
+    Bytes want(kLeadBlocks * period, kFiller);
+    want.insert(want.end(), content.begin(), content.end());
+    ASSERT_GE(sink.size(), want.size()) << what;
+    EXPECT_TRUE(std::equal(want.begin(), want.end(), sink.begin())) << what << ": lead or content differs";
+    EXPECT_TRUE(std::all_of(sink.begin() + static_cast<long>(want.size()), sink.end(),
+                            [](uint8_t b) { return b == kFiller; }))
+        << what << ": something other than filler after the content";
+    EXPECT_EQ(0u, sink.size() % period) << what << ": a torn period";
 }
 
 class SwitchTest : public config_test::ConfigTest {
@@ -46,6 +93,7 @@ class SwitchTest : public config_test::ConfigTest {
     void SetUp() override {
         vcard_reset();
         config_test::AddPlaybackCard(10);
+        config_test::AddPlaybackCard(11);
         for (const char* name : {"/in0.pcm", "/in1.pcm", "/in4.pcm"}) {
             audiomw_test::WriteFileBytes(root.Path(name), audiomw_test::MakePattern(2, 1600));
         }
@@ -103,6 +151,9 @@ TEST_F(SwitchTest, SlotAndDevicesAfterTheSwitch) {
          {"ASTREAM[0] init ok", "ASTREAM[0] start"}},
         {"start fails: the slot holds the new stream, created and not running", "plain", "startFails",
          -1, 1, 0, {160, 160, 80}, {{6, kOp, "ASTREAM[0] init ok"}}, {"ASTREAM[0] start"}},
+        {"after a failed start the next switch takes the slot over", "startFails", "repair", 0, 1, 1,
+         {160, 160, 80},
+         {{6, kOp, "ASTREAM[0] destroyed"}, {6, kOp, "Switch ASTREAM[0] for Config[repair] success"}}, {}},
         // clang-format on
     };
     for (const auto& row : rows) {
@@ -110,9 +161,10 @@ TEST_F(SwitchTest, SlotAndDevicesAfterTheSwitch) {
         App::Stop();
         App app;
         ASSERT_TRUE(app.Start({4}));
-        if (row.before != nullptr) {
-            ASSERT_EQ(0, AUDIO_ASTREAM_SwitchToConfig(0, *app.Stream(row.before)));
-            ASSERT_EQ(1, AUDIO_ASTREAM_isRunning(0));
+        if (row.before != nullptr) {  // running, or only created when its start fails
+            AUDIO_ASTREAM_SwitchToConfig(0, *app.Stream(row.before));
+            ASSERT_EQ(1, AUDIO_ASTREAM_isReady(0));
+            ASSERT_EQ(row.before == std::string("plain"), AUDIO_ASTREAM_isRunning(0));
         }
         log.Clear();
         tagASTREAM_XML_CFG_S* cfg = app.Stream(row.target);
@@ -131,21 +183,40 @@ TEST_F(SwitchTest, SlotAndDevicesAfterTheSwitch) {
     }
 }
 
-TEST_F(SwitchTest, AfterAFailedStartTheNextSwitchTakesTheSlotOver) {
-    App app;
-    ASSERT_TRUE(app.Start({4}));
-    ASSERT_EQ(-1, AUDIO_ASTREAM_SwitchToConfig(0, *app.Stream("startFails")));
-    ASSERT_EQ(1, AUDIO_ASTREAM_isReady(0));
-    log.Clear();
-    // The failed configuration pointed AI 0 at a directory; the next one points it back.
-    tagASTREAM_XML_CFG_S repair = *app.Stream("plain");
-    tagAI_ADJ_CFG_S adj{};
-    adj.stAttr = app.ai.front().stAttr;
-    repair.lstAiAdj.push_back(adj);
-    EXPECT_EQ(0, AUDIO_ASTREAM_SwitchToConfig(0, repair));
-    EXPECT_EQ(1, AUDIO_ASTREAM_isRunning(0));
-    log.ExpectInOrder(
-        {{6, kOp, "ASTREAM[0] destroyed"}, {6, kOp, "Switch ASTREAM[0] for Config[plain] success"}});
+// The application sequence: load, create, switch stream 0 to its first configuration,
+// then to the second while it runs; the bytes each playback card received on both sides.
+TEST_F(SwitchTest, SwitchWhileRunningMovesTheStreamToTheSecondConfiguration) {
+    const Bytes a = audiomw_test::MakePattern(2, kFrames * kFilePeriods, 11);
+    const Bytes b = audiomw_test::MakePattern(2, kFrames * kFilePeriods, 22);
+    audiomw_test::WriteFileBytes(root.Path("/a.pcm"), a);
+    audiomw_test::WriteFileBytes(root.Path("/b.pcm"), b);
+    ASSERT_LT(root.Path("/a.pcm").size(), 40u);
+    WriteConfig(EndToEndConfig(root.Dir()));
+
+    config_test::App app;
+    ASSERT_TRUE(app.Start());
+    ASSERT_EQ(2u, app.streams.size());
+    const size_t stereoPeriod = kFrames * 2 * 2, monoPeriod = kFrames * 2;
+
+    ASSERT_EQ(0, AUDIO_ASTREAM_SwitchToConfig(0, *app.Stream("first")));
+    ASSERT_TRUE(audiomw_test::WaitFor([&] {
+        return config_test::SinkSize(10) >= static_cast<long>(kLeadBlocks * stereoPeriod + a.size());
+    })) << "the first configuration did not play its file";
+    ASSERT_EQ(1, AUDIO_ASTREAM_isRunning(0));
+
+    ASSERT_EQ(0, AUDIO_ASTREAM_SwitchToConfig(0, *app.Stream("second")));
+    const Bytes first = config_test::SinkBytes(10);
+    ASSERT_TRUE(audiomw_test::WaitFor([&] {
+        return config_test::SinkSize(11) >= static_cast<long>(kLeadBlocks * monoPeriod + b.size() / 2);
+    })) << "the second configuration did not play its file";
+    config_test::App::Stop();
+
+    ExpectPlayed(first, a, stereoPeriod, "AO 0 before the switch");
+    EXPECT_EQ(first.size(), config_test::SinkBytes(10).size()) << "AO 0 was written after the switch";
+    ExpectPlayed(config_test::SinkBytes(11), Channel(b, 1), monoPeriod, "AO 1 after the switch");
+    config_test::ExpectInOrder(log, {{6, kOp, "Switch ASTREAM[0] for Config[first] success"},
+                                     {6, kOp, "ASTREAM[0] destroyed"},
+                                     {6, kOp, "Switch ASTREAM[0] for Config[second] success"}});
 }
 
 }  // namespace
