@@ -93,7 +93,7 @@ TEST_P(AoOnLoopback, CardReceivesTheConvertedBytes) {
     EXPECT_TRUE(log.Has(c.opened)) << c.opened << "\n" << log.Dump();
 
     const int patternPeriods = 6;
-    const Bytes input = MakeLoopPattern(static_cast<unsigned int>(c.channels), frames * patternPeriods);
+    Bytes input = MakeLoopPattern(static_cast<unsigned int>(c.channels), frames * patternPeriods);
     const Bytes expected = ConvertLikeTheAo(input, c.rate, c.channels, frames, c.cardRate, c.cardChannels);
     const size_t checkedFrames =
         expected.size() / cardFrameBytes - cardPeriod;  // the first output may be silent
@@ -105,9 +105,7 @@ TEST_P(AoOnLoopback, CardReceivesTheConvertedBytes) {
     Bytes silence(periodBytes, 0);
     int failed = 0;
     for (int period = 0; period < 40 && !reader.done; ++period) {
-        unsigned char* data = period < patternPeriods
-                                  ? const_cast<uint8_t*>(input.data()) + period * periodBytes
-                                  : silence.data();
+        uint8_t* data = period < patternPeriods ? &input[period * periodBytes] : silence.data();
         failed += AUDIO_AO_Write(0, data, static_cast<unsigned int>(periodBytes)) != 0 ? 1 : 0;
     }
     reader.Join();
@@ -115,11 +113,8 @@ TEST_P(AoOnLoopback, CardReceivesTheConvertedBytes) {
     EXPECT_EQ(0, failed) << log.Dump();
     EXPECT_EQ(0, reader.error);
     EXPECT_EQ(0, AUDIO_AO_GetUnderRunState(0));
-    Bytes want = FromFirstSound(expected, cardFrameBytes, checkedFrames);
-    Bytes got = FromFirstSound(reader.data, cardFrameBytes, checkedFrames);
-    ASSERT_EQ(want.size(), got.size()) << "captured " << reader.frames << " frames";
-    EXPECT_TRUE(want == got) << "first difference at byte "
-                             << (std::mismatch(want.begin(), want.end(), got.begin()).first - want.begin());
+    ExpectSameBytes(FromFirstSound(expected, cardFrameBytes, checkedFrames),
+                    FromFirstSound(reader.data, cardFrameBytes, checkedFrames));
 }
 
 // clang-format off

@@ -61,11 +61,7 @@ TEST_P(LoopbackBytes, ArriveExactlyAsPlayed) {
 
     EXPECT_LE(0, written) << playback.Error();
     EXPECT_EQ(0, reader.error) << capture.Error();
-    Bytes got = FromFirstSound(reader.data, frameBytes, patternFrames);
-    ASSERT_EQ(pattern.size(), got.size()) << "captured " << reader.frames << " frames";
-    EXPECT_TRUE(pattern == got) << "first difference at byte "
-                                << (std::mismatch(pattern.begin(), pattern.end(), got.begin()).first -
-                                    pattern.begin());
+    ExpectSameBytes(pattern, FromFirstSound(reader.data, frameBytes, patternFrames));
     EXPECT_EQ(0, pcm_get_underruns(playback.get()));
     EXPECT_EQ(0, pcm_get_underruns(capture.get()));
 }

@@ -4,6 +4,7 @@
 #ifndef AUDIOMW_TESTS_GUEST_LOOPBACK_H
 #define AUDIOMW_TESTS_GUEST_LOOPBACK_H
 
+#include <gtest/gtest.h>
 #include <tinyalsa/asoundlib.h>
 
 #include <algorithm>
@@ -68,6 +69,13 @@ inline Bytes FromFirstSound(const Bytes& bytes, unsigned int frameBytes, size_t 
     size_t begin = static_cast<size_t>(it - bytes.begin()) / frameBytes * frameBytes;
     return Bytes(bytes.begin() + std::min(begin, bytes.size()),
                  bytes.begin() + std::min(bytes.size(), begin + frames * frameBytes));
+}
+
+// Expects `got` to hold exactly `want`.
+inline void ExpectSameBytes(const Bytes& want, const Bytes& got) {
+    ASSERT_EQ(want.size(), got.size());
+    EXPECT_TRUE(want == got) << "first difference at byte "
+                             << (std::mismatch(want.begin(), want.end(), got.begin()).first - want.begin());
 }
 
 // Reads period by period on its own thread (`read` returns frames or a negative error)
