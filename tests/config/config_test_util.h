@@ -84,7 +84,8 @@ void ExpectBytes(const std::vector<typename L::value_type>& want, const L& got) 
 inline ASTREAM_NODE_ATTR_S Node(ASTREAM_NODE_TYPE_E type, const std::vector<int>& words) {
     ASTREAM_NODE_ATTR_S n = Zeroed<ASTREAM_NODE_ATTR_S>();
     n.eType = type;
-    std::memcpy(&n.unAttr, words.data(), std::min(sizeof(n.unAttr), words.size() * sizeof(int)));
+    // The swap map spans the whole union.
+    std::copy_n(words.begin(), std::min<size_t>(ASTREAM_SWAP_MAP_NUM, words.size()), n.unAttr.stSwap.as32Map);
     return n;
 }
 inline ASTREAM_NODE_ATTR_S Dump(const std::string& path, int off, int cnt) {
