@@ -1,6 +1,6 @@
-// Files as they are found on devices after hand edits: cut short, in another encoding,
-// huge, deeply nested. Every load returns 0 or -1 with its messages and keeps every
-// field within its bounds (the asan preset checks the reads).
+// Files as they are found on devices after hand edits: cut short, huge, with megabyte
+// values. Every load returns 0 or -1 and keeps every field within its bounds (the asan
+// preset checks the reads).
 #include <fstream>
 #include <sstream>
 
@@ -9,16 +9,7 @@
 namespace {
 
 using config_test::ConfigTest;
-using config_test::Logged;
-
-std::string Repeat(const std::string& s, int n) {
-    std::string out;
-    out.reserve(s.size() * static_cast<size_t>(n));
-    for (int i = 0; i < n; i++) {
-        out += s;
-    }
-    return out;
-}
+using config_test::Repeat;
 
 TEST_F(ConfigTest, TenThousandSectionsGetIdsUpTo31ThenAll31) {
     WriteConfig(
@@ -29,7 +20,6 @@ TEST_F(ConfigTest, TenThousandSectionsGetIdsUpTo31ThenAll31) {
     std::list<tagAO_XML_CFG_S> ao;
     std::list<tagASTREAM_XML_CFG_S> streams;
     ASSERT_EQ(0, AUDIO_AI_LoadFromConfig(ai));
-    ASSERT_EQ(0, AUDIO_AO_LoadFromConfig(ao));
     ASSERT_EQ(0, AUDIO_ASTREAM_LoadFromConfig(ai, ao, streams));
     ASSERT_EQ(10000u, ai.size());
     ASSERT_EQ(10000u, streams.size());
@@ -44,32 +34,14 @@ TEST_F(ConfigTest, TenThousandSectionsGetIdsUpTo31ThenAll31) {
               log.Count({UTIL_LOG_WARN, "AUDIO_AI_LoadFromConfig", "Get Id of AI[n] failed, auto set"}));
 }
 
-TEST_F(ConfigTest, NestingDeeperThanTheParserTakesFailsTheLoad) {
-    WriteConfig("<Audio><AI Id='0' Name='a'>" + Repeat("<X>", 200) + Repeat("</X>", 200) + "</AI></Audio>");
-    std::list<tagAI_XML_CFG_S> ai;
-    EXPECT_EQ(-1, AUDIO_AI_LoadFromConfig(ai));
-    EXPECT_TRUE(
-        log.Has({UTIL_LOG_ERR, "AUDIO_AI_LoadFromConfig", "load AI from " + ConfigPath() + " failed\n"}));
-}
-
-TEST_F(ConfigTest, NestedElementsUnderAChildAreNotRead) {
-    WriteConfig("<Audio><AI Id='0' Name='a'><Wrap>" + Repeat("<Channel Cur='9'>", 80) +
-                Repeat("</Channel>", 80) + "</Wrap><Channel Cur='2'/></AI></Audio>");
-    std::list<tagAI_XML_CFG_S> ai;
-    ASSERT_EQ(0, AUDIO_AI_LoadFromConfig(ai));
-    config_test::ExpectRecords({config_test::AlsaAi(0, "a", 0, 0, 0, 2, 0)}, ai);
-    config_test::ExpectWarnings(
-        log, {{UTIL_LOG_WARN, "AUDIO_AI_LoadFromConfig", "Un-support sub node <Wrap> for AI"}});
-}
-
 // Megabyte values are cut to their fields, and log lines carry a bounded part of them.
 TEST_F(ConfigTest, MegabyteValuesStayWithinTheirFields) {
-    const std::string mb(1 << 20, 'm');
-    const std::string list = Repeat("7:", 1 << 19) + "7";
-    WriteConfig("<Audio><AI Name='" + mb + "'><Device Type='" + mb + "'/></AI>" +
-                "<AI Id='1' Name='c'><Device Type='Combo' AiIdList='" + list +
-                "'/></AI><AI Id='2' Name='f'><Device Type='Afile' FilePath='" + mb + "'/></AI>" +
-                "<ASTREAM Id='0' Name='" + mb + "'><Node Type='Swap' Map='" + list +
+    const std::string mb(1 << 20, 'm'), list = Repeat("7:", 1 << 19) + "7";
+    WriteConfig("<Audio><AI Name='" + mb + "'><Device Type='" + mb +
+                "'/></AI><AI Id='1' Name='c'><Device "
+                "Type='Combo' AiIdList='" +
+                list + "'/></AI><AI Id='2' Name='f'><Device Type='Afile' FilePath='" + mb +
+                "'/></AI><ASTREAM Id='0' Name='" + mb + "'><Node Type='Swap' Map='" + list +
                 "'/><Node Type='Dump' Path='" + mb + "' ChnOffset='0'/><Node Type='" + mb +
                 "'/></ASTREAM></Audio>");
     std::list<tagAI_XML_CFG_S> ai;
@@ -79,50 +51,30 @@ TEST_F(ConfigTest, MegabyteValuesStayWithinTheirFields) {
     ASSERT_EQ(0, AUDIO_ASTREAM_LoadFromConfig(ai, ao, streams));
     ASSERT_EQ(3u, ai.size());
     EXPECT_EQ(std::string(32, 'm'), config_test::Name(ai.front().acName));
-    EXPECT_EQ(static_cast<int>(0xFFFFFFFFu), static_cast<int>(ai.front().stAttr.eType));
-    tagAI_XML_CFG_S combo = *std::next(ai.begin());
-    EXPECT_EQ(4, combo.stAttr.stComboDev.s32AiCnt);
+    EXPECT_EQ(-1, static_cast<int>(ai.front().stAttr.eType));
+    EXPECT_EQ(4, std::next(ai.begin())->stAttr.stComboDev.s32AiCnt);
     EXPECT_EQ(std::string(39, 'm'), std::string(ai.back().stAttr.acFilePath));
     ASSERT_EQ(1u, streams.size());
-    config_test::ExpectNodes({config_test::SwapNode(std::vector<int>(20, 7))},
+    config_test::ExpectBytes({config_test::Node(ASTREAM_NODE_TYPE_E_SWAP, std::vector<int>(20, 7))},
                              streams.front().stAttr.lstNodeAttr);
-    const std::string m32(32, 'm'), m63(63, 'm'), m64(64, 'm');
+    const std::string m32(32, 'm'), m63(63, 'm'), m64(64, 'm'), ai_ = "AUDIO_AI_LoadFromConfig",
+                                                                st = "AUDIO_ASTREAM_LoadFromConfig";
     config_test::ExpectWarnings(
-        log, {{UTIL_LOG_WARN, "AUDIO_AI_LoadFromConfig", "Get Id of AI[" + m32 + "] failed, auto set"},
-              {UTIL_LOG_WARN, "AUDIO_AI_LoadFromConfig", "Un-support device type " + m64 + " for AI"},
-              {UTIL_LOG_WARN, "AUDIO_AI_LoadFromConfig",
-               "AiIdList of AI[c] holds 524289 ids, only the first 4 kept"},
-              {UTIL_LOG_WARN, "AUDIO_ASTREAM_LoadFromConfig",
+        log, {{UTIL_LOG_WARN, ai_, "Get Id of AI[" + m32 + "] failed, auto set"},
+              {UTIL_LOG_WARN, ai_, "Un-support device type " + m64 + " for AI"},
+              {UTIL_LOG_WARN, ai_, "AiIdList of AI[c] holds 524289 ids, only the first 4 kept"},
+              {UTIL_LOG_WARN, st,
                "Map of Swap node 1 in ASTREAM[" + m32 + "] holds 524289 entries, only the first 20 kept"},
-              {UTIL_LOG_WARN, "AUDIO_ASTREAM_LoadFromConfig",
+              {UTIL_LOG_WARN, st,
                "Ignore bad <Node type=\"Dump\" Path=\"" + m63 + "\" ChnOffset=\"0\" ChnCnt=\"-1\"/>"},
-              {UTIL_LOG_WARN, "AUDIO_ASTREAM_LoadFromConfig",
-               "Node 2 ignored because unknown Type \"" + m64 + "\""}});
-}
-
-TEST_F(ConfigTest, OtherEncodingsFailOrLoadTheirBytes) {
-    std::list<tagAI_XML_CFG_S> ai;
-    // UTF-16 with its byte order mark: not something the parser reads.
-    std::string utf16 = "\xff\xfe";
-    for (char c : std::string("<Audio><AI Id='0' Name='a'/></Audio>")) {
-        utf16 += c;
-        utf16 += '\0';
-    }
-    WriteConfig(utf16);
-    EXPECT_EQ(-1, AUDIO_AI_LoadFromConfig(ai));
-    // Latin-1 bytes in a name are kept as bytes; a UTF-8 byte order mark is skipped.
-    WriteConfig("\xef\xbb\xbf<Audio><AI Id='0' Name='caf\xe9'/></Audio>");
-    ASSERT_EQ(0, AUDIO_AI_LoadFromConfig(ai));
-    ASSERT_EQ(1u, ai.size());
-    EXPECT_EQ("caf\xe9", config_test::Name(ai.front().acName));
+              {UTIL_LOG_WARN, st, "Node 2 ignored because unknown Type \"" + m64 + "\""}});
 }
 
 // Every prefix of a real configuration loads or fails cleanly; a prefix never yields
 // more sections than the whole file has.
 TEST_F(ConfigTest, EveryPrefixOfARealFileLoadsOrFails) {
-    std::ifstream in(std::string(AUDIOMW_FUZZ_CORPUS) + "/voice_device.xml");
     std::stringstream whole;
-    whole << in.rdbuf();
+    whole << std::ifstream(std::string(AUDIOMW_FUZZ_CORPUS) + "/voice_device.xml").rdbuf();
     const std::string text = whole.str();
     ASSERT_GT(text.size(), 1000u);
     int loaded = 0;

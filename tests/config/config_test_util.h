@@ -1,24 +1,17 @@
-// Helpers of the configuration tests: the configuration file under the scratch root,
-// expected records built field by field, record comparison with readable failures, and
-// the check that a load logged exactly the warnings and errors it should.
+// Helpers of the configuration tests: expected records, byte-exact comparison, log
+// checks, and the application side (load, create, take down) with its playback cards.
 #ifndef AUDIOMW_TESTS_CONFIG_CONFIG_TEST_UTIL_H
 #define AUDIOMW_TESTS_CONFIG_CONFIG_TEST_UTIL_H
 
+#include <tinyalsa/vcard.h>
+
+#include <algorithm>
 #include <cstring>
-#include <ostream>
 #include <string>
 #include <vector>
 
 #include "audio_config.h"
 #include "test_support.h"
-
-// Readable records in failure messages (found by argument-dependent lookup, so in the
-// records' own, global, namespace).
-std::ostream& operator<<(std::ostream& os, const AI_ATTR_S& a);
-std::ostream& operator<<(std::ostream& os, const AO_ATTR_S& a);
-std::ostream& operator<<(std::ostream& os, const tagAI_XML_CFG_S& r);
-std::ostream& operator<<(std::ostream& os, const tagAO_XML_CFG_S& r);
-std::ostream& operator<<(std::ostream& os, const ASTREAM_NODE_ATTR_S& n);
 
 namespace config_test {
 
@@ -28,71 +21,101 @@ inline std::string Name(const char (&acName)[AUDIO_CFG_NAME_LEN]) {
     return std::string(acName, strnlen(acName, AUDIO_CFG_NAME_LEN));
 }
 
-// Expected records. Every byte not named is zero, as the loaders leave it.
-inline tagAI_XML_CFG_S AiCfg(int id, const std::string& name) {
-    tagAI_XML_CFG_S r;
-    std::memset(&r, 0, sizeof(r));
-    r.s32Id = id;
-    std::memcpy(r.acName, name.data(), std::min(name.size(), sizeof(r.acName)));
-    return r;
+inline std::string Repeat(const std::string& s, int n) {
+    std::string out;
+    for (int i = 0; i < n; i++) {
+        out += s;
+    }
+    return out;
 }
 
-inline tagAI_XML_CFG_S AlsaAi(int id, const std::string& name, int card, int dev, int rate, int ch,
-                              int frames, int vol = 0) {
-    tagAI_XML_CFG_S r = AiCfg(id, name);
-    r.stAttr.eType = AI_DEV_TYPE_ALSA;
-    r.stAttr.stAlsaDev.s32CardId = card;
-    r.stAttr.stAlsaDev.s32DevId = dev;
-    r.stAttr.eSampleRate = static_cast<tagAI_SAMPLE_RATE_E>(rate);
-    r.stAttr.s32Channel = ch;
-    r.stAttr.s32FrameLen = frames;
-    r.stAttr.s32Volume = vol;
-    return r;
-}
-
-inline tagAO_XML_CFG_S AoCfg(int id, const std::string& name, int type, int card, int dev, int rate, int ch,
-                             int frames, int vol = 0) {
-    tagAO_XML_CFG_S r;
-    std::memset(&r, 0, sizeof(r));
-    r.s32Id = id;
-    std::memcpy(r.acName, name.data(), std::min(name.size(), sizeof(r.acName)));
-    r.stAttr.eType = type;
-    r.stAttr.stAlsaDev.s32CardId = card;
-    r.stAttr.stAlsaDev.s32DevId = dev;
-    r.stAttr.eSampleRate = static_cast<tagAI_SAMPLE_RATE_E>(rate);
-    r.stAttr.s32Channel = ch;
-    r.stAttr.s32FrameSize = frames;
-    r.stAttr.s32Volume = vol;
-    return r;
-}
-
-// Byte-wise equality: the loaders promise every byte, padding of the union included.
 template <typename T>
-bool SameBytes(const T& a, const T& b) {
-    return std::memcmp(&a, &b, sizeof(T)) == 0;
+T Zeroed() {
+    T r;
+    std::memset(&r, 0, sizeof(r));
+    return r;
 }
 
-// Expects the lists to hold the same records, byte for byte.
-void ExpectRecords(const std::vector<tagAI_XML_CFG_S>& want, const std::list<tagAI_XML_CFG_S>& got);
-void ExpectRecords(const std::vector<tagAO_XML_CFG_S>& want, const std::list<tagAO_XML_CFG_S>& got);
-void ExpectNodes(const std::vector<ASTREAM_NODE_ATTR_S>& want, const std::list<ASTREAM_NODE_ATTR_S>& got);
+// Expected records; every byte not named is zero, as the loaders leave it. `v` holds
+// rate, channels, frames, volume, card, device (missing ones 0).
+template <typename R>
+R Record(int id, const std::string& name, std::vector<int> v) {
+    R r = Zeroed<R>();
+    v.resize(6);
+    r.s32Id = id;
+    std::memcpy(r.acName, name.data(), std::min(name.size(), sizeof(r.acName)));
+    r.stAttr.eSampleRate = static_cast<tagAI_SAMPLE_RATE_E>(v[0]);
+    r.stAttr.s32Channel = v[1];
+    r.stAttr.s32Volume = v[3];
+    r.stAttr.stAlsaDev.s32CardId = v[4];
+    r.stAttr.stAlsaDev.s32DevId = v[5];
+    return r;
+}
+inline tagAI_XML_CFG_S Ai(int id, const std::string& name, std::vector<int> v = {}) {
+    tagAI_XML_CFG_S r = Record<tagAI_XML_CFG_S>(id, name, v);
+    r.stAttr.s32FrameLen = v.size() > 2 ? v[2] : 0;
+    return r;
+}
+inline tagAO_XML_CFG_S Ao(int id, const std::string& name, std::vector<int> v = {}, int type = 0) {
+    tagAO_XML_CFG_S r = Record<tagAO_XML_CFG_S>(id, name, v);
+    r.stAttr.s32FrameSize = v.size() > 2 ? v[2] : 0;
+    r.stAttr.eType = type;
+    return r;
+}
+
+// Expects the lists to hold the same records, byte for byte (padding of unions too).
+template <typename L, typename T = typename L::value_type>
+void ExpectBytes(const std::vector<typename L::value_type>& want, const L& got) {
+    ASSERT_EQ(want.size(), got.size());
+    size_t i = 0;
+    for (const T& g : got) {
+        const auto* w = reinterpret_cast<const uint8_t*>(&want[i]);
+        const auto* p = reinterpret_cast<const uint8_t*>(&g);
+        size_t at = std::mismatch(w, w + sizeof(T), p).first - w;
+        EXPECT_EQ(sizeof(T), at) << "record " << i << " differs at byte " << at << ": "
+                                 << ::testing::PrintToString(want[i]) << " vs "
+                                 << ::testing::PrintToString(g);
+        i++;
+    }
+}
+
+// Node records: `words` fill the attribute union as ints (an output's words are AO,
+// offset, count, source, line-in flag, dump frames).
+inline ASTREAM_NODE_ATTR_S Node(ASTREAM_NODE_TYPE_E type, const std::vector<int>& words) {
+    ASTREAM_NODE_ATTR_S n = Zeroed<ASTREAM_NODE_ATTR_S>();
+    n.eType = type;
+    // The swap map spans the whole union.
+    std::copy_n(words.begin(), std::min<size_t>(ASTREAM_SWAP_MAP_NUM, words.size()), n.unAttr.stSwap.as32Map);
+    return n;
+}
+inline ASTREAM_NODE_ATTR_S Dump(const std::string& path, int off, int cnt) {
+    ASTREAM_NODE_ATTR_S n = Node(ASTREAM_NODE_TYPE_E_DEBUG_DUMP, {});
+    std::memcpy(n.unAttr.stDump.acPath, path.data(), path.size());
+    n.unAttr.stDump.s32ChnOffset = off;
+    n.unAttr.stDump.s32ChnCnt = cnt;
+    return n;
+}
 
 // Expects every line of `want` in order (other lines may lie between them).
-void ExpectInOrder(const audiomw_test::LogCapture& log, const std::vector<Logged>& want);
-// Expects every line of `want` in order, and no other warning or error: a load that
-// warns about more than it should fails too.
-void ExpectWarnings(const audiomw_test::LogCapture& log, const std::vector<Logged>& want);
+inline void ExpectInOrder(const audiomw_test::LogCapture& log, const std::vector<Logged>& want) {
+    int from = 0;
+    for (const Logged& w : want) {
+        int at = log.IndexOf(w, from);
+        EXPECT_GE(at, 0) << "missing (in order): " << w << "\nlogged:\n" << log.Dump();
+        from = at < 0 ? from : at + 1;
+    }
+}
+// As ExpectInOrder, and no warning or error beyond those of `want`.
+inline void ExpectWarnings(const audiomw_test::LogCapture& log, const std::vector<Logged>& want) {
+    ExpectInOrder(log, want);
+    auto bad = [](int level) { return level <= UTIL_LOG_WARN; };
+    auto logged = log.Lines();
+    EXPECT_EQ(std::count_if(want.begin(), want.end(), [&](const Logged& w) { return bad(w.level); }),
+              std::count_if(logged.begin(), logged.end(), [&](const auto& l) { return bad(l.level); }))
+        << "warnings and errors logged:\n"
+        << log.Dump();
+}
 
-// Node records as the stream loader builds them.
-ASTREAM_NODE_ATTR_S OutputNode(int ao, int off, int cnt, int source = -1, int dumpFrames = -1);
-ASTREAM_NODE_ATTR_S SwapNode(const std::vector<int>& map);
-ASTREAM_NODE_ATTR_S SplitNode(int off, int a, int b);
-ASTREAM_NODE_ATTR_S MergeNode(int off, int a, int b);
-ASTREAM_NODE_ATTR_S MixinNode(int target, int off, int cnt);
-ASTREAM_NODE_ATTR_S DumpNode(const std::string& path, int off, int cnt);
-ASTREAM_NODE_ATTR_S AlgNode(int micOff, int micCnt, int lineIn, int ref, int exRef = -1, int allRef = -1);
-
-// A fixture with the configuration file under the scratch root.
 class ConfigTest : public audiomw_test::AudioTest {
   protected:
     std::string ConfigPath() const { return root.Path("/cfg0/mpp_cfg.xml"); }
@@ -100,6 +123,68 @@ class ConfigTest : public audiomw_test::AudioTest {
         audiomw_test::WriteFileBytes(ConfigPath(), std::vector<uint8_t>(text.begin(), text.end()));
     }
 };
+
+// The application: loads the lists, creates every AI (but those in `skipAi`) and AO,
+// loads the streams; Stop() takes every slot down.
+struct App {
+    std::list<tagAI_XML_CFG_S> ai;
+    std::list<tagAO_XML_CFG_S> ao;
+    std::list<tagASTREAM_XML_CFG_S> streams;
+
+    bool Start(const std::vector<int>& skipAi = {}) {
+        EXPECT_EQ(0, AUDIO_AI_LoadFromConfig(ai));
+        EXPECT_EQ(0, AUDIO_AO_LoadFromConfig(ao));
+        for (tagAI_XML_CFG_S& r : ai) {
+            if (std::find(skipAi.begin(), skipAi.end(), r.s32Id) == skipAi.end()) {
+                EXPECT_EQ(0, AUDIO_AI_Create(r.s32Id, &r.stAttr)) << "AI " << r.s32Id;
+            }
+        }
+        for (tagAO_XML_CFG_S& r : ao) {
+            EXPECT_EQ(0, AUDIO_AO_Create(r.s32Id, &r.stAttr)) << "AO " << r.s32Id;
+        }
+        EXPECT_EQ(0, AUDIO_ASTREAM_LoadFromConfig(ai, ao, streams));
+        return !::testing::Test::HasFailure();
+    }
+    tagASTREAM_XML_CFG_S* Stream(const std::string& name) {
+        for (tagASTREAM_XML_CFG_S& s : streams) {
+            if (Name(s.acName) == name) {
+                return &s;
+            }
+        }
+        ADD_FAILURE() << "no stream configuration " << name;
+        return nullptr;
+    }
+    static void Stop() {
+        for (int id = 0; id < ASTREAM_MAX_NUM; id++) {
+            AUDIO_ASTREAM_Stop(id);
+            AUDIO_ASTREAM_Destroy(id);
+        }
+        for (int id = 0; id < AUDIO_AI_MAX_NUM; id++) {
+            AUDIO_AI_Close(id);
+            AUDIO_AI_SetEnable(id, ZN_FALSE);
+            AUDIO_AI_Destroy(id);
+        }
+        for (int id = 0; id < AUDIO_AO_MAX_NUM; id++) {
+            AUDIO_AO_SetEnable(id, ZN_FALSE);
+            AUDIO_AO_Destroy(id);
+        }
+    }
+};
+
+// Playback PCM (card, 0) with a memory sink, on the given clock.
+inline void AddPlaybackCard(unsigned int card, const std::string& clock = "free") {
+    std::string line =
+        "pcm card=" + std::to_string(card) + " device=0 dir=playback sink=memory clock=" + clock;
+    ASSERT_EQ(0, vcard_load_text(line.c_str(), "cards")) << vcard_last_error();
+}
+inline long SinkSize(unsigned int card) {
+    return vcard_memory_size(card, 0);
+}
+inline std::vector<uint8_t> SinkBytes(unsigned int card) {
+    std::vector<uint8_t> b(static_cast<size_t>(std::max(0L, SinkSize(card))));
+    b.resize(static_cast<size_t>(std::max(0L, vcard_memory_read(card, 0, 0, b.data(), b.size()))));
+    return b;
+}
 
 }  // namespace config_test
 

@@ -1,8 +1,8 @@
 // AUDIO_ASTREAM_SwitchToConfig: what the slot, the AIs and the AO hold after a switch
-// that succeeds and after each step that can fail.
+// that succeeds and after each step that can fail, and the bytes played on both sides
+// of a switch.
 #include <filesystem>
 
-#include "config_app.h"
 #include "config_test_util.h"
 
 namespace {
@@ -11,134 +11,91 @@ using config_test::App;
 using config_test::Logged;
 
 constexpr const char* kOp = "AUDIO_ASTREAM_SwitchToConfig";
+using Bytes = std::vector<uint8_t>;
+
+constexpr uint32_t kFrames = 160;
+constexpr int kLeadBlocks = 48;  // filler periods a file input sends before its file
+constexpr uint8_t kFiller = 0xA5;
+constexpr uint32_t kFilePeriods = 20;
 
 // Two file AIs and an AO on virtual card 10, all 160 frames per period; AI 4 is in the
 // file but never created. The stream configurations adjust frame sizes to 80, so each
 // adjustment that was applied shows in the devices' records.
 std::string Config(const std::string& dir) {
-    const std::string adj0 = "<AiAdj Id='0' FrameSize='80' SampleRate='16KHZ'/>";
-    const std::string adj1 = "<AiAdj Id='1' FrameSize='80' SampleRate='16KHZ'/>";
-    const std::string adj4 = "<AiAdj Id='4' FrameSize='80' SampleRate='16KHZ'/>";
-    const std::string aoAdj = "<AoAdj Id='0' FrameSize='80' SampleRate='16KHZ'/>";
-    const std::string out = "<Node Type='Output' AoId='0' ChnOffset='0' ChnCnt='2'/>";
-    auto file = [&](int id, const std::string& name) {
-        return "<AI Id='" + std::to_string(id) + "' Name='" + name + "'><Device Type='Afile' FilePath='" +
-               dir + "/" + name +
+    auto adj = [](const char* tag, int id) {
+        return std::string("<") + tag + " Id='" + std::to_string(id) +
+               "' FrameSize='80' SampleRate='16KHZ'/>";
+    };
+    auto file = [&](int id) {
+        return "<AI Id='" + std::to_string(id) + "' Name='in'><Device Type='Afile' FilePath='" + dir + "/in" +
+               std::to_string(id) +
                ".pcm'/><SampleRate Cur='16KHZ'/><Channel Cur='2'/><FrameSize Cur='160'/></AI>";
     };
-    return "<Audio>" + file(0, "in0") + file(1, "in1") + file(4, "in4") +
+    auto stream = [](int id, const char* name, int ai, const std::string& body) {
+        return "<ASTREAM Id='" + std::to_string(id) + "' Name='" + name + "' AiId='" + std::to_string(ai) +
+               "' Worker='" + (id == 1 ? "2" : "1") + "'>" + body +
+               "<Node Type='Output' AoId='0' ChnOffset='0' ChnCnt='2'/></ASTREAM>";
+    };
+    const std::string ao = adj("AoAdj", 0);
+    return "<Audio>" + file(0) + file(1) + file(4) +
            "<AO Id='0' Name='out'><Device Type='Alsa' CardId='10' DevId='0'/><SampleRate Cur='16KHZ'/>"
-           "<Channel Cur='2'/><FrameSize Cur='160'/></AO>"
-           "<ASTREAM Id='0' Name='plain' AiId='0' Worker='1'>" +
-           out + "</ASTREAM><ASTREAM Id='1' Name='adjusted' AiId='0' Worker='2'>" + adj0 + adj1 + aoAdj +
-           out + "</ASTREAM><ASTREAM Id='2' Name='firstAiFails' AiId='0' Worker='1'>" + adj4 + adj0 + aoAdj +
-           out + "</ASTREAM><ASTREAM Id='3' Name='secondAiFails' AiId='0' Worker='1'>" + adj0 + adj4 + adj1 +
-           aoAdj + out + "</ASTREAM><ASTREAM Id='4' Name='createFails' AiId='4' Worker='1'>" + adj0 + adj1 +
-           aoAdj + out +
-           "</ASTREAM><ASTREAM Id='5' Name='startFails' AiId='0' Worker='1'><AiAdj Id='0' FilePath='" + dir +
-           "/dir' SampleRate='16KHZ'/>" + aoAdj + out + "</ASTREAM></Audio>";
+           "<Channel Cur='2'/><FrameSize Cur='160'/></AO>" +
+           stream(0, "plain", 0, "") + stream(1, "adjusted", 0, adj("AiAdj", 0) + adj("AiAdj", 1) + ao) +
+           stream(2, "firstAiFails", 0, adj("AiAdj", 4) + adj("AiAdj", 0) + ao) +
+           stream(3, "secondAiFails", 0, adj("AiAdj", 0) + adj("AiAdj", 4) + adj("AiAdj", 1) + ao) +
+           stream(4, "createFails", 4, adj("AiAdj", 0) + adj("AiAdj", 1) + ao) +
+           stream(5, "startFails", 0, "<AiAdj Id='0' FilePath='" + dir + "/dir' SampleRate='16KHZ'/>" + ao) +
+           stream(6, "repair", 0, "<AiAdj Id='0' FilePath='" + dir + "/in0.pcm' SampleRate='16KHZ'/>") +
+           "</Audio>";
 }
 
-struct SwitchRow {
-    const char* title;
-    const char* before;  // configuration running in slot 0 first, or null for an empty slot
-    const char* target;
-    int result;
-    int ready, running;                  // slot 0 afterwards
-    int ai0Frames, ai1Frames, aoFrames;  // frame sizes: 80 where the adjustment was applied
-    std::vector<Logged> logged;          // in this order
-    std::vector<std::string> notLogged;  // switch lines that must not appear
-};
-
-void PrintTo(const SwitchRow& r, std::ostream* os) {
-    *os << r.title;
+std::string EndToEndConfig(const std::string& dir) {
+    auto ao = [](int id, int card, int ch) {
+        return "<AO Id='" + std::to_string(id) + "' Name='out'><Device Type='Alsa' CardId='" +
+               std::to_string(card) + "'/><SampleRate Cur='16KHZ'/><Channel Cur='" + std::to_string(ch) +
+               "'/><FrameSize Cur='160'/></AO>";
+    };
+    return "<Audio><AI Id='0' Name='file'><Device Type='Afile' FilePath='" + dir +
+           "/a.pcm'/><SampleRate Cur='16KHZ'/><Channel Cur='2'/><FrameSize Cur='160'/></AI>" + ao(0, 10, 2) +
+           ao(1, 11, 1) +
+           "<ASTREAM Id='0' Name='first' AiId='0' Worker='1'><Node Type='Output' AoId='0' ChnOffset='0' "
+           "ChnCnt='2'/></ASTREAM><ASTREAM Id='1' Name='second' AiId='0' Worker='1'><Node Type='Split' "
+           "ChnOffset='0' ChnCntA='1' ChnCntB='1'/><AiAdj Id='0' FilePath='" +
+           dir +
+           "/b.pcm' SampleRate='16KHZ'/><Node Type='Output' AoId='1' ChnOffset='1' "
+           "ChnCnt='1'/></ASTREAM></Audio>";
 }
 
-const std::vector<SwitchRow> kRows = {
-    {"into an empty slot",
-     nullptr,
-     "adjusted",
-     0,
-     1,
-     1,
-     80,
-     80,
-     80,
-     {{6, kOp, "ASTREAM[0] init ok"},
-      {6, kOp, "ASTREAM[0] start"},
-      {6, kOp, "Switch ASTREAM[0] for Config[adjusted] success"}},
-     {"ASTREAM[0] destroyed"}},
-    {"over a running stream",
-     "plain",
-     "adjusted",
-     0,
-     1,
-     1,
-     80,
-     80,
-     80,
-     {{6, "AUDIO_ASTREAM_Stop", "ASTREAM[0] stopped"},
-      {6, kOp, "ASTREAM[0] destroyed"},
-      {6, kOp, "ASTREAM[0] init ok"},
-      {6, kOp, "ASTREAM[0] start"},
-      {6, kOp, "Switch ASTREAM[0] for Config[adjusted] success"}},
-     {}},
-    {"the first AI update fails: slot empty, no AI and no AO updated",
-     "plain",
-     "firstAiFails",
-     -1,
-     0,
-     0,
-     160,
-     160,
-     160,
-     {{6, kOp, "ASTREAM[0] destroyed"},
-      {3, "AUDIO_AI_SetAttr", "AI[4] not available"},
-      {3, kOp, "Update AI[4] failed"}},
-     {"ASTREAM[0] init ok", "ASTREAM[0] start"}},
-    {"a later AI update fails: the AIs before it are updated, the rest and the AO are not",
-     "plain",
-     "secondAiFails",
-     -1,
-     0,
-     0,
-     80,
-     160,
-     160,
-     {{3, kOp, "Update AI[4] failed"}},
-     {"ASTREAM[0] init ok"}},
-    {"create fails: slot empty, every adjustment applied",
-     "plain",
-     "createFails",
-     -1,
-     0,
-     0,
-     80,
-     80,
-     80,
-     {{6, kOp, "ASTREAM[0] destroyed"}, {3, "AUDIO_ASTREAM_Create", "ASTREAM[0] malloc failed"}},
-     {"ASTREAM[0] init ok", "ASTREAM[0] start"}},
-    {"start fails: the slot holds the new stream, created and not running",
-     "plain",
-     "startFails",
-     -1,
-     1,
-     0,
-     160,
-     160,
-     80,
-     {{6, kOp, "ASTREAM[0] init ok"}},
-     {"ASTREAM[0] start"}},
-};
+// Channel `ch` of an interleaved stereo recording.
+Bytes Channel(const Bytes& stereo, int ch) {
+    std::vector<int16_t> s = audiomw_test::ToSamples(stereo);
+    std::vector<int16_t> mono;
+    for (size_t i = static_cast<size_t>(ch); i < s.size(); i += 2) {
+        mono.push_back(s[i]);
+    }
+    return audiomw_test::ToBytes(mono);
+}
 
-class SwitchTable : public config_test::ConfigTest, public ::testing::WithParamInterface<SwitchRow> {
+// A sink holds the lead filler, then `content`, then whole periods of filler.
+void ExpectPlayed(const Bytes& sink, const Bytes& content, size_t period, const char* what) {
+    Bytes want(kLeadBlocks * period, kFiller);
+    want.insert(want.end(), content.begin(), content.end());
+    ASSERT_GE(sink.size(), want.size()) << what;
+    EXPECT_TRUE(std::equal(want.begin(), want.end(), sink.begin())) << what << ": lead or content differs";
+    EXPECT_TRUE(std::all_of(sink.begin() + static_cast<long>(want.size()), sink.end(),
+                            [](uint8_t b) { return b == kFiller; }))
+        << what << ": something other than filler after the content";
+    EXPECT_EQ(0u, sink.size() % period) << what << ": a torn period";
+}
+
+class SwitchTest : public config_test::ConfigTest {
   protected:
     void SetUp() override {
         vcard_reset();
         config_test::AddPlaybackCard(10);
-        for (const char* name : {"in0", "in1", "in4"}) {
-            audiomw_test::WriteFileBytes(root.Path(std::string("/") + name + ".pcm"),
-                                         audiomw_test::MakePattern(2, 1600));
+        config_test::AddPlaybackCard(11);
+        for (const char* name : {"/in0.pcm", "/in1.pcm", "/in4.pcm"}) {
+            audiomw_test::WriteFileBytes(root.Path(name), audiomw_test::MakePattern(2, 1600));
         }
         std::filesystem::create_directory(root.Path("/dir"));
         ASSERT_LT(root.Path("/dir").size(), 40u) << "scratch root too long for a file AI path";
@@ -148,64 +105,118 @@ class SwitchTable : public config_test::ConfigTest, public ::testing::WithParamI
         App::Stop();
         vcard_reset();
     }
-    static int AiFrames(int id) {
-        AI_ATTR_S a{};
-        return AUDIO_AI_GetAttr(id, &a) == 0 ? a.s32FrameLen : -1;
-    }
-    static int AoFrames(int id) {
-        AO_ATTR_S a{};
-        return AUDIO_AO_GetAttr(id, &a) == 0 ? a.s32FrameSize : -1;
-    }
 };
 
-TEST_P(SwitchTable, SlotAndDevicesAfterTheSwitch) {
-    const SwitchRow& row = GetParam();
-    App app;
-    ASSERT_TRUE(app.Start({4}));
-    if (row.before != nullptr) {
-        ASSERT_EQ(0, AUDIO_ASTREAM_SwitchToConfig(0, *app.Stream(row.before)));
-        ASSERT_EQ(1, AUDIO_ASTREAM_isRunning(0));
+// Frame sizes of AI 0, AI 1 and AO 0 (-1 for a slot without a device).
+std::vector<int> Frames() {
+    AI_ATTR_S ai{};
+    AO_ATTR_S ao{};
+    std::vector<int> out;
+    for (int id : {0, 1}) {
+        out.push_back(AUDIO_AI_GetAttr(id, &ai) == 0 ? ai.s32FrameLen : -1);
     }
-    log.Clear();
-    tagASTREAM_XML_CFG_S* cfg = app.Stream(row.target);
-    ASSERT_NE(cfg, nullptr);
-    const size_t aiAdj = cfg->lstAiAdj.size(), nodes = cfg->stAttr.lstNodeAttr.size();
-    EXPECT_EQ(row.result, AUDIO_ASTREAM_SwitchToConfig(0, *cfg)) << row.title;
-    EXPECT_EQ(row.ready, AUDIO_ASTREAM_isReady(0));
-    EXPECT_EQ(row.running, AUDIO_ASTREAM_isRunning(0));
-    EXPECT_EQ(row.ai0Frames, AiFrames(0));
-    EXPECT_EQ(row.ai1Frames, AiFrames(1));
-    EXPECT_EQ(row.aoFrames, AoFrames(0));
-    config_test::ExpectInOrder(log, row.logged);
-    for (const std::string& m : row.notLogged) {
-        EXPECT_EQ(0, log.Count({UTIL_LOG_INFO, kOp, m})) << m;
-    }
-    // The configuration is only read.
-    EXPECT_EQ(aiAdj, cfg->lstAiAdj.size());
-    EXPECT_EQ(nodes, cfg->stAttr.lstNodeAttr.size());
+    out.push_back(AUDIO_AO_GetAttr(0, &ao) == 0 ? ao.s32FrameSize : -1);
+    return out;
 }
 
-INSTANTIATE_TEST_SUITE_P(Config, SwitchTable, ::testing::ValuesIn(kRows),
-                         [](const ::testing::TestParamInfo<SwitchRow>& i) {
-                             return "row" + std::to_string(i.index);
-                         });
+TEST_F(SwitchTest, SlotAndDevicesAfterTheSwitch) {
+    const struct {
+        const char* title;
+        const char* before;  // configuration running in slot 0 first, or null for an empty slot
+        const char* target;
+        int result, ready, running;          // slot 0 afterwards
+        std::vector<int> frames;             // of AI 0, AI 1, AO 0: 80 where the adjustment was applied
+        std::vector<Logged> logged;          // in this order
+        std::vector<std::string> notLogged;  // switch lines that must not appear
+    } rows[] = {
+        // clang-format off
+        {"into an empty slot", nullptr, "adjusted", 0, 1, 1, {80, 80, 80},
+         {{6, kOp, "ASTREAM[0] init ok"}, {6, kOp, "ASTREAM[0] start"},
+          {6, kOp, "Switch ASTREAM[0] for Config[adjusted] success"}},
+         {"ASTREAM[0] destroyed"}},
+        {"over a running stream", "plain", "adjusted", 0, 1, 1, {80, 80, 80},
+         {{6, "AUDIO_ASTREAM_Stop", "ASTREAM[0] stopped"}, {6, kOp, "ASTREAM[0] destroyed"},
+          {6, kOp, "ASTREAM[0] init ok"}, {6, kOp, "ASTREAM[0] start"},
+          {6, kOp, "Switch ASTREAM[0] for Config[adjusted] success"}}, {}},
+        {"the first AI update fails: slot empty, no AI and no AO updated", "plain", "firstAiFails",
+         -1, 0, 0, {160, 160, 160},
+         {{6, kOp, "ASTREAM[0] destroyed"}, {3, "AUDIO_AI_SetAttr", "AI[4] not available"},
+          {3, kOp, "Update AI[4] failed"}},
+         {"ASTREAM[0] init ok", "ASTREAM[0] start"}},
+        {"a later AI update fails: the AIs before it are updated, the rest and the AO are not", "plain",
+         "secondAiFails", -1, 0, 0, {80, 160, 160}, {{3, kOp, "Update AI[4] failed"}},
+         {"ASTREAM[0] init ok"}},
+        {"create fails: slot empty, every adjustment applied", "plain", "createFails", -1, 0, 0, {80, 80, 80},
+         {{6, kOp, "ASTREAM[0] destroyed"}, {3, "AUDIO_ASTREAM_Create", "ASTREAM[0] malloc failed"}},
+         {"ASTREAM[0] init ok", "ASTREAM[0] start"}},
+        {"start fails: the slot holds the new stream, created and not running", "plain", "startFails",
+         -1, 1, 0, {160, 160, 80}, {{6, kOp, "ASTREAM[0] init ok"}}, {"ASTREAM[0] start"}},
+        {"after a failed start the next switch takes the slot over", "startFails", "repair", 0, 1, 1,
+         {160, 160, 80},
+         {{6, kOp, "ASTREAM[0] destroyed"}, {6, kOp, "Switch ASTREAM[0] for Config[repair] success"}}, {}},
+        // clang-format on
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.title);
+        App::Stop();
+        App app;
+        ASSERT_TRUE(app.Start({4}));
+        if (row.before != nullptr) {  // running, or only created when its start fails
+            AUDIO_ASTREAM_SwitchToConfig(0, *app.Stream(row.before));
+            ASSERT_EQ(1, AUDIO_ASTREAM_isReady(0));
+            ASSERT_EQ(row.before == std::string("plain"), AUDIO_ASTREAM_isRunning(0));
+        }
+        log.Clear();
+        tagASTREAM_XML_CFG_S* cfg = app.Stream(row.target);
+        ASSERT_NE(cfg, nullptr);
+        const size_t aiAdj = cfg->lstAiAdj.size(), nodes = cfg->stAttr.lstNodeAttr.size();
+        EXPECT_EQ(row.result, AUDIO_ASTREAM_SwitchToConfig(0, *cfg));
+        EXPECT_EQ(row.ready, AUDIO_ASTREAM_isReady(0));
+        EXPECT_EQ(row.running, AUDIO_ASTREAM_isRunning(0));
+        EXPECT_EQ(row.frames, Frames());
+        config_test::ExpectInOrder(log, row.logged);
+        for (const std::string& m : row.notLogged) {
+            EXPECT_EQ(0, log.Count({UTIL_LOG_INFO, kOp, m})) << m;
+        }
+        EXPECT_EQ(aiAdj, cfg->lstAiAdj.size()) << "the configuration is only read";
+        EXPECT_EQ(nodes, cfg->stAttr.lstNodeAttr.size());
+    }
+}
 
-TEST_F(SwitchTable, AfterAFailedStartTheNextSwitchTakesTheSlotOver) {
-    App app;
-    ASSERT_TRUE(app.Start({4}));
-    ASSERT_EQ(-1, AUDIO_ASTREAM_SwitchToConfig(0, *app.Stream("startFails")));
-    ASSERT_EQ(1, AUDIO_ASTREAM_isReady(0));
-    log.Clear();
-    // The failed configuration pointed AI 0 at a directory; the next one points it back.
-    tagASTREAM_XML_CFG_S repair = *app.Stream("plain");
-    tagAI_ADJ_CFG_S adj{};
-    adj.s32AiId = 0;
-    adj.stAttr = app.ai.front().stAttr;
-    repair.lstAiAdj.push_back(adj);
-    EXPECT_EQ(0, AUDIO_ASTREAM_SwitchToConfig(0, repair));
-    EXPECT_EQ(1, AUDIO_ASTREAM_isRunning(0));
-    log.ExpectInOrder(
-        {{6, kOp, "ASTREAM[0] destroyed"}, {6, kOp, "Switch ASTREAM[0] for Config[plain] success"}});
+// The application sequence: load, create, switch stream 0 to its first configuration,
+// then to the second while it runs; the bytes each playback card received on both sides.
+TEST_F(SwitchTest, SwitchWhileRunningMovesTheStreamToTheSecondConfiguration) {
+    const Bytes a = audiomw_test::MakePattern(2, kFrames * kFilePeriods, 11);
+    const Bytes b = audiomw_test::MakePattern(2, kFrames * kFilePeriods, 22);
+    audiomw_test::WriteFileBytes(root.Path("/a.pcm"), a);
+    audiomw_test::WriteFileBytes(root.Path("/b.pcm"), b);
+    ASSERT_LT(root.Path("/a.pcm").size(), 40u);
+    WriteConfig(EndToEndConfig(root.Dir()));
+
+    config_test::App app;
+    ASSERT_TRUE(app.Start());
+    ASSERT_EQ(2u, app.streams.size());
+    const size_t stereoPeriod = kFrames * 2 * 2, monoPeriod = kFrames * 2;
+
+    ASSERT_EQ(0, AUDIO_ASTREAM_SwitchToConfig(0, *app.Stream("first")));
+    ASSERT_TRUE(audiomw_test::WaitFor([&] {
+        return config_test::SinkSize(10) >= static_cast<long>(kLeadBlocks * stereoPeriod + a.size());
+    })) << "the first configuration did not play its file";
+    ASSERT_EQ(1, AUDIO_ASTREAM_isRunning(0));
+
+    ASSERT_EQ(0, AUDIO_ASTREAM_SwitchToConfig(0, *app.Stream("second")));
+    const Bytes first = config_test::SinkBytes(10);
+    ASSERT_TRUE(audiomw_test::WaitFor([&] {
+        return config_test::SinkSize(11) >= static_cast<long>(kLeadBlocks * monoPeriod + b.size() / 2);
+    })) << "the second configuration did not play its file";
+    config_test::App::Stop();
+
+    ExpectPlayed(first, a, stereoPeriod, "AO 0 before the switch");
+    EXPECT_EQ(first.size(), config_test::SinkBytes(10).size()) << "AO 0 was written after the switch";
+    ExpectPlayed(config_test::SinkBytes(11), Channel(b, 1), monoPeriod, "AO 1 after the switch");
+    config_test::ExpectInOrder(log, {{6, kOp, "Switch ASTREAM[0] for Config[first] success"},
+                                     {6, kOp, "ASTREAM[0] destroyed"},
+                                     {6, kOp, "Switch ASTREAM[0] for Config[second] success"}});
 }
 
 }  // namespace

@@ -5,28 +5,18 @@
 // asan and tsan presets add the leak and race checks.
 #include <fcntl.h>
 
-#include <atomic>
-#include <chrono>
 #include <condition_variable>
 #include <cstdlib>
 #include <future>
-#include <iostream>
 #include <mutex>
 #include <thread>
 
-#include "config_app.h"
+#include "config_test_util.h"
 #include "host_test.h"
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
 constexpr int kLineInGpio = 14;
-
-int Switches() {
-    const char* env = std::getenv("AUDIOMW_SOAK_SWITCHES");
-    return env != nullptr ? std::atoi(env) : 1000;
-}
 
 int OpenDescriptors() {
     int n = 0;
@@ -40,93 +30,32 @@ int OpenDescriptors() {
 // configurations of stream 0 and the one of stream 1; every stream dumps and sends its
 // line-in group to its output.
 std::string Config(const std::string& dir) {
-    auto ai = [&](int id, const char* file) {
-        return "<AI Id='" + std::to_string(id) + "' Name='in" + std::to_string(id) +
-               "'><Device Type='Afile' FilePath='" + dir + "/" + file +
-               "'/><SampleRate Cur='16KHZ'/><Channel Cur='2'/><FrameSize Cur='32'/></AI>";
+    auto dev = [&](const char* tag, int id, const std::string& device) {
+        return std::string("<") + tag + " Id='" + std::to_string(id) + "' Name='d'><Device " + device +
+               "/><SampleRate Cur='16KHZ'/><Channel Cur='2'/><FrameSize Cur='32'/></" + tag + ">";
     };
-    auto ao = [](int id, int card) {
-        return "<AO Id='" + std::to_string(id) + "' Name='out'><Device Type='Alsa' CardId='" +
-               std::to_string(card) +
-               "'/><SampleRate Cur='16KHZ'/><Channel Cur='2'/><FrameSize Cur='32'/></AO>";
+    auto stream = [&](int id, const char* name, int ai, const std::string& body, const char* dump, int ao) {
+        return "<ASTREAM Id='" + std::to_string(id) + "' Name='" + name + "' AiId='" + std::to_string(ai) +
+               "' Worker='" + (id == 2 ? "1" : "2") + "'>" + body + "<Node Type='Dump' Path='" + dir + dump +
+               "' ChnOffset='0' ChnCnt='2'/><Node Type='Output' AoId='" + std::to_string(ao) +
+               "' ChnOffset='0' ChnCnt='2' AudioSourceId='1'/></ASTREAM>";
     };
-    auto dump = [&](const char* file) {
-        return "<Node Type='Dump' Path='" + dir + "/" + file + "' ChnOffset='0' ChnCnt='2'/>";
-    };
-    return "<Audio>" + ai(0, "a.pcm") + ai(1, "c.pcm") + ao(0, 10) + ao(1, 11) +
-           "<ASTREAM Id='0' Name='A' AiId='0' Worker='2'><AiAdj Id='0' FilePath='" + dir +
-           "/a.pcm' SampleRate='16KHZ'/><AoAdj Id='0' Volume='1'/><Node Type='Swap' Map='1:0'/>" +
-           dump("d0.pcm") +
-           "<Node Type='Output' AoId='0' ChnOffset='0' ChnCnt='2' AudioSourceId='1'/></ASTREAM>"
-           "<ASTREAM Id='2' Name='B' AiId='0' Worker='1'><AiAdj Id='0' FilePath='" +
-           dir +
-           "/b.pcm' SampleRate='16KHZ'/><Node Type='Split' ChnOffset='0' ChnCntA='1' ChnCntB='1'/>"
-           "<Node Type='Merge' ChnOffset='0' ChnCntA='1' ChnCntB='1'/>" +
-           dump("d0.pcm") +
-           "<Node Type='Output' AoId='0' ChnOffset='0' ChnCnt='2' AudioSourceId='1'/></ASTREAM>"
-           "<ASTREAM Id='1' Name='S1' AiId='1' Worker='2'>" +
-           dump("d1.pcm") +
-           "<Node Type='Output' AoId='1' ChnOffset='0' ChnCnt='2' AudioSourceId='1'/></ASTREAM></Audio>";
+    return "<Audio>" + dev("AI", 0, "Type='Afile' FilePath='" + dir + "/a.pcm'") +
+           dev("AI", 1, "Type='Afile' FilePath='" + dir + "/c.pcm'") +
+           dev("AO", 0, "Type='Alsa' CardId='10'") + dev("AO", 1, "Type='Alsa' CardId='11'") +
+           stream(0, "A", 0,
+                  "<AiAdj Id='0' FilePath='" + dir +
+                      "/a.pcm' SampleRate='16KHZ'/><AoAdj Id='0' Volume='1'/><Node Type='Swap' Map='1:0'/>",
+                  "/d0.pcm", 0) +
+           stream(2, "B", 0,
+                  "<AiAdj Id='0' FilePath='" + dir +
+                      "/b.pcm' SampleRate='16KHZ'/><Node Type='Split' ChnOffset='0' ChnCntA='1' ChnCntB='1'/>"
+                      "<Node Type='Merge' ChnOffset='0' ChnCntA='1' ChnCntB='1'/>",
+                  "/d0.pcm", 0) +
+           stream(1, "S1", 1, "", "/d1.pcm", 1) + "</Audio>";
 }
 
-// Toggles the line-in state (under its lock, as the application does), the GPIO level
-// the output nodes read and the dump nodes of both streams, a few times for every
-// switch the control thread starts, until told to stop.
-class Toggler {
-  public:
-    void Start() {
-        m_thread = std::thread([this] { Run(); });
-    }
-    void SwitchStarted() {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        m_switches++;
-        m_cv.notify_one();
-    }
-    // Returns the rounds done; false in `ok` when the thread did not end in time.
-    long Stop(bool& ok) {
-        {
-            std::lock_guard<std::mutex> lock(m_mutex);
-            m_stop = true;
-            m_cv.notify_one();
-        }
-        auto done = std::async(std::launch::async, [this] { m_thread.join(); });
-        ok = done.wait_for(std::chrono::seconds(30)) == std::future_status::ready;
-        return m_rounds.load();
-    }
-
-  private:
-    void Run() {
-        long seen = 0;
-        for (int i = 0;; i++) {
-            {
-                std::unique_lock<std::mutex> lock(m_mutex);
-                m_cv.wait(lock, [&] { return m_stop || m_switches != seen; });
-                if (m_stop) {
-                    return;
-                }
-                seen = m_switches;
-            }
-            for (int k = 0; k < 4; k++, i++) {
-                BSP_SetGpioOverride(kLineInGpio, i % 5 == 0 ? 1 : 0);
-                AUDIO_ASTREAM_LineInDectMutexLock();
-                AUDIO_ASTREAM_SetLineInConnetState(static_cast<tagZN_BOOL>(i % 2));
-                AUDIO_ASTREAM_LineInDectMutexUnlock();
-                AUDIO_ASTREAM_enableDumpNode(0, static_cast<tagZN_BOOL>(i % 3 != 0));
-                AUDIO_ASTREAM_enableDumpNode(1, static_cast<tagZN_BOOL>(i % 2));
-            }
-            m_rounds++;
-        }
-    }
-
-    std::thread m_thread;
-    std::mutex m_mutex;
-    std::condition_variable m_cv;
-    long m_switches = 0;
-    bool m_stop = false;
-    std::atomic<long> m_rounds{0};
-};
-
-class SoakTest : public audiomw_test::AudioTest {
+class SoakTest : public config_test::ConfigTest {
   protected:
     void SetUp() override {
         vcard_reset();
@@ -148,10 +77,7 @@ TEST_F(SoakTest, SwitchStreamZeroWhileStreamOneRunsAndStateToggles) {
         audiomw_test::WriteFileBytes(root.Path(f), audiomw_test::MakePattern(2, 32 * 200));
     }
     ASSERT_LT(root.Path("/d0.pcm").size(), 40u);
-    audiomw_test::WriteFileBytes(root.Path("/cfg0/mpp_cfg.xml"), [&] {
-        std::string t = Config(root.Dir());
-        return std::vector<uint8_t>(t.begin(), t.end());
-    }());
+    WriteConfig(Config(root.Dir()));
     const int fdsBefore = OpenDescriptors();
     const int poolsBefore = UTIL_PF_GetLiveCount(), threadsBefore = UTIL_THREAD_GetLiveCount();
 
@@ -160,22 +86,45 @@ TEST_F(SoakTest, SwitchStreamZeroWhileStreamOneRunsAndStateToggles) {
     tagASTREAM_XML_CFG_S *a = app.Stream("A"), *b = app.Stream("B"), *s1 = app.Stream("S1");
     ASSERT_TRUE(a && b && s1);
     ASSERT_EQ(0, AUDIO_ASTREAM_SwitchToConfig(1, *s1));
-
-    const int switches = Switches();
-    Toggler toggler;
-    toggler.Start();
     const long s1Before = config_test::SinkSize(11);
-    std::chrono::nanoseconds inSwitch{0}, slowest{0};
+
+    // The toggling thread does four rounds of toggles for every switch started (under
+    // the line-in lock, as the application does), until told to stop.
+    std::mutex mutex;
+    std::condition_variable cv;
+    long started = 0, rounds = 0;
+    bool stop = false;
+    std::thread toggler([&] {
+        std::unique_lock<std::mutex> lock(mutex);
+        for (long seen = 0, i = 0;; rounds++) {
+            cv.wait(lock, [&] { return stop || started != seen; });
+            if (stop) {
+                return;
+            }
+            seen = started;
+            lock.unlock();
+            for (int k = 0; k < 4; k++, i++) {
+                BSP_SetGpioOverride(kLineInGpio, i % 5 == 0 ? 1 : 0);
+                AUDIO_ASTREAM_LineInDectMutexLock();
+                AUDIO_ASTREAM_SetLineInConnetState(static_cast<tagZN_BOOL>(i % 2));
+                AUDIO_ASTREAM_LineInDectMutexUnlock();
+                AUDIO_ASTREAM_enableDumpNode(0, static_cast<tagZN_BOOL>(i % 3 != 0));
+                AUDIO_ASTREAM_enableDumpNode(1, static_cast<tagZN_BOOL>(i % 2));
+            }
+            lock.lock();
+        }
+    });
+    const char* env = std::getenv("AUDIOMW_SOAK_SWITCHES");
+    const int switches = env != nullptr ? std::atoi(env) : 1000;
     auto soak = std::async(std::launch::async, [&] {
         for (int i = 0; i < switches; i++) {
-            toggler.SwitchStarted();
+            {
+                std::lock_guard<std::mutex> lock(mutex);
+                started++;
+            }
+            cv.notify_one();
             const long played = config_test::SinkSize(10);
-            auto t0 = Clock::now();
-            int r = AUDIO_ASTREAM_SwitchToConfig(0, i % 2 == 0 ? *a : *b);
-            auto t = Clock::now() - t0;
-            inSwitch += t;
-            slowest = std::max(slowest, std::chrono::duration_cast<std::chrono::nanoseconds>(t));
-            if (r != 0) {
+            if (AUDIO_ASTREAM_SwitchToConfig(0, i % 2 == 0 ? *a : *b) != 0) {
                 return i;
             }
             // Each configuration plays before the next switch.
@@ -189,13 +138,17 @@ TEST_F(SoakTest, SwitchStreamZeroWhileStreamOneRunsAndStateToggles) {
         ADD_FAILURE() << "the switches did not finish within the deadline: a hang";
         std::_Exit(1);
     }
-    const int done = soak.get();
-    bool togglerEnded = false;
-    const long rounds = toggler.Stop(togglerEnded);
-    if (!togglerEnded) {
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        stop = true;
+    }
+    cv.notify_one();
+    auto joined = std::async(std::launch::async, [&] { toggler.join(); });
+    if (joined.wait_for(std::chrono::seconds(30)) != std::future_status::ready) {
         ADD_FAILURE() << "the toggling thread did not end: a lock-order deadlock";
         std::_Exit(1);
     }
+    const int done = soak.get();
     EXPECT_EQ(switches, done) << (done < 0 ? "a configuration did not play" : "a switch failed");
     EXPECT_EQ(1, AUDIO_ASTREAM_isRunning(1)) << "stream 1 stopped";
     EXPECT_GT(config_test::SinkSize(11), s1Before) << "stream 1 did not play during the soak";
@@ -205,14 +158,6 @@ TEST_F(SoakTest, SwitchStreamZeroWhileStreamOneRunsAndStateToggles) {
     EXPECT_EQ(poolsBefore, UTIL_PF_GetLiveCount()) << "worker pools left";
     EXPECT_EQ(threadsBefore, UTIL_THREAD_GetLiveCount()) << "reader threads left";
     EXPECT_EQ(fdsBefore, OpenDescriptors()) << "descriptors left open";
-
-    const double perSwitchMs =
-        std::chrono::duration<double, std::milli>(inSwitch).count() / std::max(done, 1);
-    std::cout << "soak: " << done << " switches, " << perSwitchMs << " ms per switch on average, slowest "
-              << std::chrono::duration<double, std::milli>(slowest).count() << " ms, " << rounds
-              << " toggling rounds" << std::endl;
-    RecordProperty("switches", done);
-    RecordProperty("us_per_switch", static_cast<int>(perSwitchMs * 1000));
 }
 
 }  // namespace

@@ -21,24 +21,10 @@ using audiomw_test::AudioTest;
 using audiomw_test::Logged;
 using audiomw_test::WaitFor;
 
-// An open loopback end that constrains the other one, closed on scope exit.
-class OtherEnd {
-  public:
-    OtherEnd(unsigned int device, unsigned int flags, unsigned int rate, unsigned int channels)
-        : m_config(Config(channels, rate, rate / 25, 16)), m_pcm(pcm_open(kCard, device, flags, &m_config)) {
-        if (pcm_is_ready(m_pcm)) {
-            pcm_prepare(m_pcm);  // the loopback takes the other end's shape from a prepared stream
-        }
-    }
-    ~OtherEnd() { pcm_close(m_pcm); }
-    OtherEnd(const OtherEnd&) = delete;
-    OtherEnd& operator=(const OtherEnd&) = delete;
-    pcm* get() const { return m_pcm; }
-
-  private:
-    pcm_config m_config;
-    pcm* m_pcm;
-};
+// The loopback's other end, opened and prepared first, constrains the card.
+pcm_config OtherEnd(unsigned int rate, unsigned int channels) {
+    return Config(channels, rate, rate / 25, 16);
+}
 
 // What the AO sends the card for `input`, period by period, through the same
 // converters it uses.
@@ -71,17 +57,6 @@ Bytes ConvertLikeTheAo(const Bytes& input, int rate, int channels, int frames, i
     return out;
 }
 
-AO_ATTR_S AoAttr(int rate, int channels, int frames) {
-    AO_ATTR_S attr;
-    std::memset(&attr, 0, sizeof(attr));
-    attr.stAlsaDev.s32CardId = static_cast<int>(kCard);
-    attr.stAlsaDev.s32DevId = static_cast<int>(kPlayback);
-    attr.eSampleRate = static_cast<tagAI_SAMPLE_RATE_E>(rate);
-    attr.s32Channel = channels;
-    attr.s32FrameSize = frames;
-    return attr;
-}
-
 struct AoCase {
     const char* name;
     unsigned int cardRate;  // what the capture end, opened first, leaves the card
@@ -104,68 +79,54 @@ TEST_P(AoOnLoopback, CardReceivesTheConvertedBytes) {
     const int frames = c.rate / 10;  // 100 ms: the AO keeps four periods on the card
     const unsigned int cardFrameBytes = c.cardChannels * 2;
     const unsigned int cardPeriod = c.cardRate / 25;
-    OtherEnd capture(kCapture, PCM_IN, c.cardRate, c.cardChannels);
-    ASSERT_TRUE(pcm_is_ready(capture.get())) << pcm_get_error(capture.get());
+    Pcm capture(kCapture, PCM_IN, OtherEnd(c.cardRate, c.cardChannels), true);
+    ASSERT_TRUE(pcm_is_ready(capture.get())) << capture.Error();
 
-    AO_ATTR_S attr = AoAttr(c.rate, c.channels, frames);
+    AO_ATTR_S attr{};
+    attr.stAlsaDev = {static_cast<int>(kCard), static_cast<int>(kPlayback), 0};
+    attr.eSampleRate = static_cast<tagAI_SAMPLE_RATE_E>(c.rate);
+    attr.s32Channel = c.channels;
+    attr.s32FrameSize = frames;
     ASSERT_EQ(0, AUDIO_AO_Create(0, &attr));
     ASSERT_EQ(0, AUDIO_AO_SetEnable(0, ZN_TRUE));
     ASSERT_TRUE(AUDIO_AO_isReady(0)) << log.Dump();
     EXPECT_TRUE(log.Has(c.opened)) << c.opened << "\n" << log.Dump();
 
     const int patternPeriods = 6;
-    const Bytes input = MakeLoopPattern(static_cast<unsigned int>(c.channels), frames * patternPeriods);
+    Bytes input = MakeLoopPattern(static_cast<unsigned int>(c.channels), frames * patternPeriods);
     const Bytes expected = ConvertLikeTheAo(input, c.rate, c.channels, frames, c.cardRate, c.cardChannels);
     const size_t checkedFrames =
         expected.size() / cardFrameBytes - cardPeriod;  // the first output may be silent
-    CaptureThread reader(PcmReader(capture.get()), cardPeriod, cardFrameBytes, checkedFrames + c.cardRate * 3,
-                         UntilSoundFrames(cardFrameBytes, checkedFrames));
-    ASSERT_TRUE(WaitFor([&] { return reader.Periods() > 0; }));
+    Capture reader(PcmReader(capture.get()), cardPeriod, cardFrameBytes, checkedFrames + c.cardRate * 3,
+                   checkedFrames);
+    ASSERT_TRUE(WaitFor([&] { return reader.periods > 0; }));
 
     const size_t periodBytes = static_cast<size_t>(frames) * c.channels * 2;
     Bytes silence(periodBytes, 0);
     int failed = 0;
-    for (int period = 0; period < 40 && !reader.Done(); ++period) {
-        unsigned char* data = period < patternPeriods
-                                  ? const_cast<uint8_t*>(input.data()) + period * periodBytes
-                                  : silence.data();
+    for (int period = 0; period < 40 && !reader.done; ++period) {
+        uint8_t* data = period < patternPeriods ? &input[period * periodBytes] : silence.data();
         failed += AUDIO_AO_Write(0, data, static_cast<unsigned int>(periodBytes)) != 0 ? 1 : 0;
     }
     reader.Join();
 
     EXPECT_EQ(0, failed) << log.Dump();
-    EXPECT_EQ(0, reader.FirstError());
+    EXPECT_EQ(0, reader.error);
     EXPECT_EQ(0, AUDIO_AO_GetUnderRunState(0));
-    Bytes want = FromFirstSound(expected, cardFrameBytes, checkedFrames);
-    Bytes got = FromFirstSound(reader.Data(), cardFrameBytes, checkedFrames);
-    ASSERT_EQ(want.size(), got.size()) << "captured " << reader.Frames() << " frames";
-    EXPECT_TRUE(want == got) << "first difference at byte "
-                             << (std::mismatch(want.begin(), want.end(), got.begin()).first - want.begin());
+    ExpectSameBytes(FromFirstSound(expected, cardFrameBytes, checkedFrames),
+                    FromFirstSound(reader.data, cardFrameBytes, checkedFrames));
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Shapes, AoOnLoopback,
-    ::testing::Values(AoCase{"AsAsked",
-                             16000,
-                             2,
-                             16000,
-                             2,
-                             {6, "init", "AO[0] Open Alsa 0:0 rate:16000 chn:2 frame:1600 format:0"}},
-                      AoCase{"OwnResampling",
-                             48000,
-                             2,
-                             16000,
-                             2,
-                             {6, "init", "AO[0] Open Alsa 0:0 rate:48000 chn:2 frame:4800 format:0"}},
-                      AoCase{"OwnRematrixAndResampling",
-                             48000,
-                             2,
-                             16000,
-                             1,
-                             {6, "init", "AO[0] Open Alsa 0:0 rate:48000 chn:2 frame:4800 format:0"}}),
+// clang-format off
+INSTANTIATE_TEST_SUITE_P(Shapes, AoOnLoopback, ::testing::Values(
+    AoCase{"AsAsked", 16000, 2, 16000, 2,
+           {6, "init", "AO[0] Open Alsa 0:0 rate:16000 chn:2 frame:1600 format:0"}},
+    AoCase{"OwnResampling", 48000, 2, 16000, 2,
+           {6, "init", "AO[0] Open Alsa 0:0 rate:48000 chn:2 frame:4800 format:0"}},
+    AoCase{"OwnRematrixAndResampling", 48000, 2, 16000, 1,
+           {6, "init", "AO[0] Open Alsa 0:0 rate:48000 chn:2 frame:4800 format:0"}}),
     [](const ::testing::TestParamInfo<AoCase>& info) { return info.param.name; });
-
-// --- capture through an ALSA AI ---
+// clang-format on
 
 // A piecewise constant signal: run k of `runFrames` frames holds RunLevel(k, c) on
 // channel c, so that a rate conversion keeps the levels and scales the runs.
@@ -174,17 +135,11 @@ int16_t RunLevel(unsigned int run, unsigned int channel) {
 }
 
 Bytes MakeRuns(unsigned int channels, unsigned int runs, unsigned int runFrames) {
-    Bytes bytes;
-    for (unsigned int r = 0; r < runs; ++r) {
-        for (unsigned int f = 0; f < runFrames; ++f) {
-            for (unsigned int c = 0; c < channels; ++c) {
-                uint16_t v = static_cast<uint16_t>(RunLevel(r, c));
-                bytes.push_back(static_cast<uint8_t>(v & 0xFF));
-                bytes.push_back(static_cast<uint8_t>(v >> 8));
-            }
-        }
+    std::vector<int16_t> samples;
+    for (unsigned int i = 0; i < runs * runFrames * channels; ++i) {
+        samples.push_back(RunLevel(i / channels / runFrames, i % channels));
     }
-    return bytes;
+    return audiomw_test::ToBytes(samples);
 }
 
 struct AiCase {
@@ -207,7 +162,6 @@ class AiOnLoopback : public AudioTest, public ::testing::WithParamInterface<AiCa
     }
 };
 
-// Runs as soon as AUDIO_AI_Create takes the ALSA type (0); skipped before.
 TEST_P(AiOnLoopback, DeliversWhatThePlaybackEndPlays) {
     const AiCase& c = GetParam();
     const unsigned int channels = 2;
@@ -215,21 +169,17 @@ TEST_P(AiOnLoopback, DeliversWhatThePlaybackEndPlays) {
     const unsigned int cardPeriod = c.cardRate / 25;
     const unsigned int runFrames = c.cardRate / 100;  // 10 ms runs
     const unsigned int runs = 40;
-    OtherEnd playback(kPlayback, PCM_OUT, c.cardRate, channels);
-    ASSERT_TRUE(pcm_is_ready(playback.get())) << pcm_get_error(playback.get());
+    Pcm playback(kPlayback, PCM_OUT, OtherEnd(c.cardRate, channels), true);
+    ASSERT_TRUE(pcm_is_ready(playback.get())) << playback.Error();
 
-    AI_ATTR_S attr;
-    std::memset(&attr, 0, sizeof(attr));
+    AI_ATTR_S attr{};
     attr.eType = AI_DEV_TYPE_ALSA;
-    attr.stAlsaDev.s32CardId = static_cast<int>(kCard);
-    attr.stAlsaDev.s32DevId = static_cast<int>(kCapture);
+    attr.stAlsaDev = {static_cast<int>(kCard), static_cast<int>(kCapture), 0};
     attr.bEnable = ZN_TRUE;
     attr.eSampleRate = static_cast<tagAI_SAMPLE_RATE_E>(c.rate);
     attr.s32Channel = static_cast<int>(channels);
     attr.s32FrameLen = frames;
-    if (AUDIO_AI_Create(0, &attr) != 0 && log.Has({3, "AUDIO_AI_Create", "AI[0] for 0 not support yet."})) {
-        GTEST_SKIP() << "AUDIO_AI_Create does not take the ALSA type yet";
-    }
+    ASSERT_EQ(0, AUDIO_AI_Create(0, &attr)) << log.Dump();
     ASSERT_TRUE(AUDIO_AI_isInitd(0)) << log.Dump();
     EXPECT_TRUE(log.Has(c.opened)) << c.opened << "\n" << log.Dump();
     ASSERT_EQ(0, AUDIO_AI_Open(0)) << log.Dump();
@@ -242,24 +192,24 @@ TEST_P(AiOnLoopback, DeliversWhatThePlaybackEndPlays) {
         int result = AUDIO_AI_Read(0, data, static_cast<unsigned int>(frames) * channels * 2, got, stamp, 0);
         return result == 0 ? static_cast<int>(got / (channels * 2)) : -1;
     };
-    CaptureThread reader(read, static_cast<unsigned int>(frames), channels * 2, wantFrames + c.rate * 3,
-                         UntilSoundFrames(channels * 2, wantFrames));
-    ASSERT_TRUE(WaitFor([&] { return reader.Periods() > 0; }));
+    Capture reader(read, static_cast<unsigned int>(frames), channels * 2, wantFrames + c.rate * 3,
+                   wantFrames);
+    ASSERT_TRUE(WaitFor([&] { return reader.periods > 0; }));
 
     const Bytes pattern = MakeRuns(channels, runs, runFrames);
     const Bytes silence(cardPeriod * channels * 2, 0);
-    for (unsigned int period = 0; period < 200 && !reader.Done(); ++period) {
+    for (unsigned int period = 0; period < 200 && !reader.done; ++period) {
         size_t offset = static_cast<size_t>(period) * silence.size();
         const uint8_t* data = offset < pattern.size() ? pattern.data() + offset : silence.data();
         ASSERT_EQ(static_cast<int>(cardPeriod), pcm_writei(playback.get(), data, cardPeriod))
-            << pcm_get_error(playback.get());
+            << playback.Error();
     }
     reader.Join();
-    EXPECT_EQ(0, reader.FirstError()) << log.Dump();
+    EXPECT_EQ(0, reader.error) << log.Dump();
 
     // Every run arrives with its levels, at the AI's rate (a frame of slack at each
     // edge for the conversion's phase).
-    Bytes got = FromFirstSound(reader.Data(), channels * 2, wantFrames);
+    Bytes got = FromFirstSound(reader.data, channels * 2, wantFrames);
     ASSERT_EQ(wantFrames * channels * 2, got.size());
     std::vector<int16_t> samples(got.size() / 2);
     std::memcpy(samples.data(), got.data(), got.size());
@@ -281,17 +231,13 @@ TEST_P(AiOnLoopback, DeliversWhatThePlaybackEndPlays) {
     EXPECT_GE(run, runs - 2);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Shapes, AiOnLoopback,
-    ::testing::Values(AiCase{"AsAsked",
-                             16000,
-                             16000,
-                             {6, "init", "AI[0] Open Alsa 0:1 rate:16000 chn:2 frame:320 format:0"}},
-                      AiCase{"OwnResampling",
-                             48000,
-                             16000,
-                             {6, "init", "AI[0] Open Alsa 0:1 rate:48000 chn:2 frame:960 format:0"}}),
+// clang-format off
+INSTANTIATE_TEST_SUITE_P(Shapes, AiOnLoopback, ::testing::Values(
+    AiCase{"AsAsked", 16000, 16000, {6, "init", "AI[0] Open Alsa 0:1 rate:16000 chn:2 frame:320 format:0"}},
+    AiCase{"OwnResampling", 48000, 16000,
+           {6, "init", "AI[0] Open Alsa 0:1 rate:48000 chn:2 frame:960 format:0"}}),
     [](const ::testing::TestParamInfo<AiCase>& info) { return info.param.name; });
+// clang-format on
 
 }  // namespace
 }  // namespace guest_test

@@ -4,11 +4,14 @@
 #ifndef AUDIOMW_TESTS_GUEST_LOOPBACK_H
 #define AUDIOMW_TESTS_GUEST_LOOPBACK_H
 
+#include <gtest/gtest.h>
 #include <tinyalsa/asoundlib.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdint>
 #include <functional>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -17,67 +20,104 @@ namespace guest_test {
 using Bytes = std::vector<uint8_t>;
 
 // snd-aloop loaded as card 0: what device 0 plays, device 1 captures.
-constexpr unsigned int kCard = 0;
-constexpr unsigned int kPlayback = 0;
-constexpr unsigned int kCapture = 1;
+constexpr unsigned int kCard = 0, kPlayback = 0, kCapture = 1;
 
-pcm_config Config(unsigned int channels, unsigned int rate, unsigned int periodSize,
-                  unsigned int periodCount = 8, pcm_format format = PCM_FORMAT_S16_LE);
+inline pcm_config Config(unsigned int channels, unsigned int rate, unsigned int periodSize,
+                         unsigned int periodCount = 8, pcm_format format = PCM_FORMAT_S16_LE) {
+    return pcm_config{channels, rate, periodSize, periodCount, format, 0, 0, 0, 0, 0};
+}
 
-// Sample of channel c, frame f: (c % 15 + 1) * 0x800 + f % 2039, never 0.
-int16_t LoopSample(unsigned int channel, unsigned int frame);
-
-// `frames` interleaved frames of the pattern from frame `first`, as samples of
-// `sampleBytes` bytes (2, or 4 with the level in the upper half and a tag below).
-Bytes MakeLoopPattern(unsigned int channels, unsigned int frames, unsigned int sampleBytes = 2,
-                      unsigned int first = 0);
-
-// Frame index of the first frame with a non-zero byte, or -1.
-long FirstSoundFrame(const Bytes& bytes, unsigned int frameBytes);
-
-// The `frames` frames from the first sounding one, or fewer when the buffer ends.
-Bytes FromFirstSound(const Bytes& bytes, unsigned int frameBytes, size_t frames);
-
-// Reads one capture PCM period by period on its own thread into a buffer of
-// `capacity` frames until `enough` says so (asked after every period) or the
-// buffer is full.
-class CaptureThread {
+// A PCM closed on scope exit; `prepare` prepares it, which makes a loopback end
+// constrain the other one.
+class Pcm {
   public:
-    using Reader = std::function<int(uint8_t* data, unsigned int frames)>;
-    CaptureThread(Reader reader, unsigned int periodFrames, unsigned int frameBytes, size_t capacity,
-                  std::function<bool(const Bytes&, size_t frames)> enough);
-    ~CaptureThread();
-    CaptureThread(const CaptureThread&) = delete;
-    CaptureThread& operator=(const CaptureThread&) = delete;
-
-    bool Done() const { return m_done.load(); }
-    size_t Periods() const { return m_periods.load(); }
-    // Waits for the thread; the frames read and the first failed read's result (0 if none).
-    void Join();
-    const Bytes& Data() const { return m_data; }
-    size_t Frames() const { return m_frames; }
-    int FirstError() const { return m_error; }
+    Pcm(unsigned int device, unsigned int flags, const pcm_config& config, bool prepare = false)
+        : m_pcm(pcm_open(kCard, device, flags, &config)) {
+        if (prepare && pcm_is_ready(m_pcm)) {
+            pcm_prepare(m_pcm);
+        }
+    }
+    ~Pcm() { pcm_close(m_pcm); }
+    Pcm(const Pcm&) = delete;
+    Pcm& operator=(const Pcm&) = delete;
+    pcm* get() const { return m_pcm; }
+    std::string Error() const { return pcm_get_error(m_pcm); }
 
   private:
-    void Run();
-
-    Reader m_reader;
-    unsigned int m_periodFrames;
-    unsigned int m_frameBytes;
-    std::function<bool(const Bytes&, size_t)> m_enough;
-    Bytes m_data;
-    size_t m_frames = 0;
-    int m_error = 0;
-    std::atomic<bool> m_done{false};
-    std::atomic<size_t> m_periods{0};
-    std::thread m_thread;
+    pcm* m_pcm;
 };
 
-// A capture reader on a tinyalsa PCM.
-CaptureThread::Reader PcmReader(pcm* capture);
+// `frames` interleaved frames; channel c of frame f holds (c % 15 + 1) * 0x800 + f % 2039,
+// never 0, as samples of `sampleBytes` bytes (2, or 4 with a tag in the lower half).
+inline Bytes MakeLoopPattern(unsigned int channels, unsigned int frames, unsigned int sampleBytes = 2) {
+    Bytes bytes;
+    for (unsigned int f = 0; f < frames; ++f) {
+        for (unsigned int c = 0; c < channels; ++c) {
+            uint32_t level = (c % 15 + 1) * 0x800 + f % 2039;
+            uint32_t value = sampleBytes == 2 ? level : (level << 16) | (f & 0xFFFF);
+            for (unsigned int b = 0; b < sampleBytes; ++b) {
+                bytes.push_back(static_cast<uint8_t>(value >> (8 * b)));
+            }
+        }
+    }
+    return bytes;
+}
 
-// Stops a capture once `frames` frames have arrived after the first sounding one.
-std::function<bool(const Bytes&, size_t)> UntilSoundFrames(unsigned int frameBytes, size_t frames);
+// The `frames` frames from the first one with a non-zero byte (fewer when the buffer ends).
+inline Bytes FromFirstSound(const Bytes& bytes, unsigned int frameBytes, size_t frames) {
+    auto it = std::find_if(bytes.begin(), bytes.end(), [](uint8_t b) { return b != 0; });
+    size_t begin = static_cast<size_t>(it - bytes.begin()) / frameBytes * frameBytes;
+    return Bytes(bytes.begin() + std::min(begin, bytes.size()),
+                 bytes.begin() + std::min(bytes.size(), begin + frames * frameBytes));
+}
+
+// Expects `got` to hold exactly `want`.
+inline void ExpectSameBytes(const Bytes& want, const Bytes& got) {
+    ASSERT_EQ(want.size(), got.size());
+    EXPECT_TRUE(want == got) << "first difference at byte "
+                             << (std::mismatch(want.begin(), want.end(), got.begin()).first - want.begin());
+}
+
+// Reads period by period on its own thread (`read` returns frames or a negative error)
+// until `wanted` frames have arrived after the first sounding one, or `capacity` frames.
+struct Capture {
+    using Reader = std::function<int(uint8_t* data, unsigned int frames)>;
+    Capture(Reader read, unsigned int period, unsigned int frameBytes, size_t capacity, size_t wanted)
+        : data(capacity * frameBytes) {
+        thread = std::thread([this, read, period, frameBytes, capacity, wanted] {
+            size_t first = SIZE_MAX, scanned = 0;
+            while (frames + period <= capacity) {
+                int n = read(data.data() + frames * frameBytes, period);
+                error = n < 0 && error == 0 ? n : error;
+                frames += n > 0 ? static_cast<size_t>(n) : 0;
+                periods++;
+                for (; first == SIZE_MAX && scanned < frames * frameBytes; scanned++) {
+                    first = data[scanned] != 0 ? scanned / frameBytes : first;
+                }
+                if (first != SIZE_MAX && frames >= first + wanted) {
+                    break;
+                }
+            }
+            done = true;
+        });
+    }
+    ~Capture() { Join(); }
+    void Join() {
+        if (thread.joinable()) {
+            thread.join();
+        }
+    }
+    Bytes data;
+    size_t frames = 0;
+    int error = 0;
+    std::atomic<bool> done{false};
+    std::atomic<size_t> periods{0};
+    std::thread thread;
+};
+
+inline Capture::Reader PcmReader(pcm* capture) {
+    return [capture](uint8_t* data, unsigned int frames) { return pcm_readi(capture, data, frames); };
+}
 
 }  // namespace guest_test
 
