@@ -6,7 +6,7 @@
 #include "astream_channel_kernels_fixed.h"
 
 #if defined(__aarch64__)
-#include <arm_neon.h>
+#include "neon_channels.h"
 
 namespace audiomw {
 namespace astream {
@@ -111,44 +111,10 @@ size_t MixinNeon(uint8_t* pTarget, const uint8_t* pGroup, size_t n) {
 
 // ---- Split and merge of up to 4 channels in all -----------------------------------------
 //
-// The structure loads de-interleave 8 frames of N <= 4 samples into one register per
+// The structure loads de-interleave 8 frames of A + B <= 4 samples into one register per
 // channel; the structure stores interleave A's and B's registers into their frames.
-template <uint32_t N>
-KERNEL_INLINE void LoadChannels(const uint8_t* p, uint16x8_t* v) {
-    const uint16_t* s = reinterpret_cast<const uint16_t*>(p);
-    if constexpr (N == 1) {
-        v[0] = vld1q_u16(s);
-    } else if constexpr (N == 2) {
-        const uint16x8x2_t x = vld2q_u16(s);
-        v[0] = x.val[0];
-        v[1] = x.val[1];
-    } else if constexpr (N == 3) {
-        const uint16x8x3_t x = vld3q_u16(s);
-        v[0] = x.val[0];
-        v[1] = x.val[1];
-        v[2] = x.val[2];
-    } else {
-        const uint16x8x4_t x = vld4q_u16(s);
-        v[0] = x.val[0];
-        v[1] = x.val[1];
-        v[2] = x.val[2];
-        v[3] = x.val[3];
-    }
-}
-
-template <uint32_t N>
-KERNEL_INLINE void StoreChannels(uint8_t* p, const uint16x8_t* v) {
-    uint16_t* d = reinterpret_cast<uint16_t*>(p);
-    if constexpr (N == 1) {
-        vst1q_u16(d, v[0]);
-    } else if constexpr (N == 2) {
-        vst2q_u16(d, (uint16x8x2_t{{v[0], v[1]}}));
-    } else if constexpr (N == 3) {
-        vst3q_u16(d, (uint16x8x3_t{{v[0], v[1], v[2]}}));
-    } else {
-        vst4q_u16(d, (uint16x8x4_t{{v[0], v[1], v[2], v[3]}}));
-    }
-}
+using neon::LoadChannels;
+using neon::StoreChannels;
 
 template <uint32_t A, uint32_t B>
 void SplitStructured(const uint8_t* pSrc, uint8_t* pDstA, uint8_t* pDstB, uint32_t u32Frames) {

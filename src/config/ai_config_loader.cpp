@@ -2,15 +2,12 @@
 // tagAI_XML_CFG_S records.
 #include <tinyxml2.h>
 
-#include <cstring>
-
 #include "audio_config.h"
 #include "audio_log.h"
 #include "config_xml.h"
 
 namespace {
 
-using audiomw::config::AttrInt;
 using audiomw::config::AttrText;
 using audiomw::config::SameText;
 
@@ -58,42 +55,9 @@ void ApplyDevice(tinyxml2::XMLElement* pDevice, tagAI_XML_CFG_S& stCfg) {
     }
 }
 
-void ApplySampleRate(tinyxml2::XMLElement* pElem, tagAI_XML_CFG_S& stCfg) {
-    const char* pcRate = AttrText(pElem, "Cur");
-    if (pcRate == nullptr) {
-        AUDIO_LOG_OP(kOp, UTIL_LOG_WARN,
-                     "Missing attr Cur of <SampleRate> for AI[" CFG_LOG_NAME_FMT "], rate unchanged",
-                     stCfg.acName);
-        return;
-    }
-    stCfg.stAttr.eSampleRate = audioSampleRateStr2Val(pcRate);
-}
-
-// One child element of an <AI>, by its name in any case.
-void ApplyChild(tinyxml2::XMLElement* pChild, tagAI_XML_CFG_S& stCfg) {
-    const char* pcTag = pChild->Value();
-    if (SameText(pcTag, "Device")) {
-        ApplyDevice(pChild, stCfg);
-    } else if (SameText(pcTag, "SampleRate")) {
-        ApplySampleRate(pChild, stCfg);
-    } else if (SameText(pcTag, "Channel")) {
-        AttrInt(pChild, "Cur", stCfg.stAttr.s32Channel);
-    } else if (SameText(pcTag, "FrameSize")) {
-        AttrInt(pChild, "Cur", stCfg.stAttr.s32FrameLen);
-    } else if (SameText(pcTag, "Volume")) {
-        AttrInt(pChild, "Cur", stCfg.stAttr.s32Volume);
-    } else {
-        AUDIO_LOG_OP(kOp, UTIL_LOG_WARN, "Un-support sub node <" CFG_LOG_VALUE_FMT "> for AI", pcTag);
-    }
-}
-
-void ReadAi(tinyxml2::XMLElement* pAi, int s32Index, int& s32Mask, tagAI_XML_CFG_S& stCfg) {
-    std::memset(&stCfg, 0, sizeof(stCfg));
-    stCfg.s32Id = audiomw::config::ReadSectionHead(kOp, "AI", pAi, s32Index, s32Mask, stCfg.acName);
-    for (tinyxml2::XMLElement* pChild = pAi->FirstChildElement(nullptr); pChild != nullptr;
-         pChild = pChild->NextSiblingElement(nullptr)) {
-        ApplyChild(pChild, stCfg);
-    }
+void ReadAi(tinyxml2::XMLElement* pElem, int s32Index, int& s32Mask, tagAI_XML_CFG_S& stCfg) {
+    audiomw::config::ReadDeviceSection(kOp, "AI", pElem, s32Index, s32Mask, stCfg, &AI_ATTR_S::s32FrameLen,
+                                       ApplyDevice);
 }
 
 }  // namespace

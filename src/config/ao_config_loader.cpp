@@ -2,15 +2,12 @@
 // tagAO_XML_CFG_S records.
 #include <tinyxml2.h>
 
-#include <cstring>
-
 #include "audio_config.h"
 #include "audio_log.h"
 #include "config_xml.h"
 
 namespace {
 
-using audiomw::config::AttrInt;
 using audiomw::config::AttrText;
 using audiomw::config::SameText;
 
@@ -34,41 +31,9 @@ void ApplyDevice(tinyxml2::XMLElement* pDevice, tagAO_XML_CFG_S& stCfg) {
     }
 }
 
-void ApplySampleRate(tinyxml2::XMLElement* pElem, tagAO_XML_CFG_S& stCfg) {
-    const char* pcRate = AttrText(pElem, "Cur");
-    if (pcRate == nullptr) {
-        AUDIO_LOG_OP(kOp, UTIL_LOG_WARN,
-                     "Missing attr Cur of <SampleRate> for AO[" CFG_LOG_NAME_FMT "], rate unchanged",
-                     stCfg.acName);
-        return;
-    }
-    stCfg.stAttr.eSampleRate = audioSampleRateStr2Val(pcRate);
-}
-
-void ApplyChild(tinyxml2::XMLElement* pChild, tagAO_XML_CFG_S& stCfg) {
-    const char* pcTag = pChild->Value();
-    if (SameText(pcTag, "Device")) {
-        ApplyDevice(pChild, stCfg);
-    } else if (SameText(pcTag, "SampleRate")) {
-        ApplySampleRate(pChild, stCfg);
-    } else if (SameText(pcTag, "Channel")) {
-        AttrInt(pChild, "Cur", stCfg.stAttr.s32Channel);
-    } else if (SameText(pcTag, "FrameSize")) {
-        AttrInt(pChild, "Cur", stCfg.stAttr.s32FrameSize);
-    } else if (SameText(pcTag, "Volume")) {
-        AttrInt(pChild, "Cur", stCfg.stAttr.s32Volume);
-    } else {
-        AUDIO_LOG_OP(kOp, UTIL_LOG_WARN, "Un-support sub node <" CFG_LOG_VALUE_FMT "> for AO", pcTag);
-    }
-}
-
-void ReadAo(tinyxml2::XMLElement* pAo, int s32Index, int& s32Mask, tagAO_XML_CFG_S& stCfg) {
-    std::memset(&stCfg, 0, sizeof(stCfg));
-    stCfg.s32Id = audiomw::config::ReadSectionHead(kOp, "AO", pAo, s32Index, s32Mask, stCfg.acName);
-    for (tinyxml2::XMLElement* pChild = pAo->FirstChildElement(nullptr); pChild != nullptr;
-         pChild = pChild->NextSiblingElement(nullptr)) {
-        ApplyChild(pChild, stCfg);
-    }
+void ReadAo(tinyxml2::XMLElement* pElem, int s32Index, int& s32Mask, tagAO_XML_CFG_S& stCfg) {
+    audiomw::config::ReadDeviceSection(kOp, "AO", pElem, s32Index, s32Mask, stCfg, &AO_ATTR_S::s32FrameSize,
+                                       ApplyDevice);
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #define AUDIOMW_SRC_CONFIG_CONFIG_XML_H
 
 #include <cstddef>
+#include <cstring>
 #include <list>
 #include <memory>
 
@@ -58,6 +59,42 @@ int CountListItems(const char* pcText);
 // (its low five bits), a negative one included. pcOp names the loader in log lines.
 int ReadSectionHead(const char* pcOp, const char* pcKind, const tinyxml2::XMLElement* pElem, int s32Index,
                     int& s32Mask, char (&acName)[AUDIO_CFG_NAME_LEN]);
+
+// One <AI> or <AO> section (pcKind) into stCfg, zero-filled first: its head (id, name),
+// then its children by their names in any case: <Device> through applyDevice, the
+// "Cur" values of <SampleRate>, <Channel>, <FrameSize> (into the field framesOf names)
+// and <Volume>; any other child is warned about and skipped.
+template <typename Cfg, typename Attr, typename DeviceFn>
+void ReadDeviceSection(const char* pcOp, const char* pcKind, tinyxml2::XMLElement* pElem, int s32Index,
+                       int& s32Mask, Cfg& stCfg, int Attr::*framesOf, DeviceFn applyDevice) {
+    std::memset(&stCfg, 0, sizeof(stCfg));
+    stCfg.s32Id = ReadSectionHead(pcOp, pcKind, pElem, s32Index, s32Mask, stCfg.acName);
+    for (tinyxml2::XMLElement* pChild = pElem->FirstChildElement(nullptr); pChild != nullptr;
+         pChild = pChild->NextSiblingElement(nullptr)) {
+        const char* pcTag = pChild->Value();
+        if (SameText(pcTag, "Device")) {
+            applyDevice(pChild, stCfg);
+        } else if (SameText(pcTag, "SampleRate")) {
+            const char* pcRate = AttrText(pChild, "Cur");
+            if (pcRate != nullptr) {
+                stCfg.stAttr.eSampleRate = audioSampleRateStr2Val(pcRate);
+            } else {
+                AUDIO_LOG_OP(pcOp, UTIL_LOG_WARN,
+                             "Missing attr Cur of <SampleRate> for %s[" CFG_LOG_NAME_FMT "], rate unchanged",
+                             pcKind, stCfg.acName);
+            }
+        } else if (SameText(pcTag, "Channel")) {
+            AttrInt(pChild, "Cur", stCfg.stAttr.s32Channel);
+        } else if (SameText(pcTag, "FrameSize")) {
+            AttrInt(pChild, "Cur", stCfg.stAttr.*framesOf);
+        } else if (SameText(pcTag, "Volume")) {
+            AttrInt(pChild, "Cur", stCfg.stAttr.s32Volume);
+        } else {
+            AUDIO_LOG_OP(pcOp, UTIL_LOG_WARN, "Un-support sub node <" CFG_LOG_VALUE_FMT "> for %s", pcTag,
+                         pcKind);
+        }
+    }
+}
 
 // The walk every loader makes: load the file, find <Audio>, read each element named
 // pcKind (exact name) into a new record of list with read(element, index, mask, record),

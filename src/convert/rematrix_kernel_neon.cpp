@@ -4,7 +4,7 @@
 #include "rematrix_kernel_heads.h"
 
 #if defined(__aarch64__)
-#include <arm_neon.h>
+#include "neon_channels.h"
 
 #include <cstdint>
 #include <utility>
@@ -13,44 +13,8 @@ namespace audiomw {
 
 namespace {
 
-// The structure loads and stores take element pointers; they have no alignment
-// requirement.
-template <int N>
-void LoadChannels(const unsigned char* p, uint16x8_t* v) {
-    const uint16_t* s = reinterpret_cast<const uint16_t*>(p);
-    if constexpr (N == 1) {
-        v[0] = vld1q_u16(s);
-    } else if constexpr (N == 2) {
-        const uint16x8x2_t x = vld2q_u16(s);
-        v[0] = x.val[0];
-        v[1] = x.val[1];
-    } else if constexpr (N == 3) {
-        const uint16x8x3_t x = vld3q_u16(s);
-        v[0] = x.val[0];
-        v[1] = x.val[1];
-        v[2] = x.val[2];
-    } else {
-        const uint16x8x4_t x = vld4q_u16(s);
-        v[0] = x.val[0];
-        v[1] = x.val[1];
-        v[2] = x.val[2];
-        v[3] = x.val[3];
-    }
-}
-
-template <int N>
-void StoreChannels(unsigned char* p, const uint16x8_t* v) {
-    uint16_t* d = reinterpret_cast<uint16_t*>(p);
-    if constexpr (N == 1) {
-        vst1q_u16(d, v[0]);
-    } else if constexpr (N == 2) {
-        vst2q_u16(d, (uint16x8x2_t{{v[0], v[1]}}));
-    } else if constexpr (N == 3) {
-        vst3q_u16(d, (uint16x8x3_t{{v[0], v[1], v[2]}}));
-    } else {
-        vst4q_u16(d, (uint16x8x4_t{{v[0], v[1], v[2], v[3]}}));
-    }
-}
+using neon::LoadChannels;
+using neon::StoreChannels;
 
 // I input channels to O output channels, both at most 4: 8 frames per step, one register
 // per channel, output channel c from input channel c mod I (c itself when narrowing).
