@@ -9,12 +9,16 @@
 # The applications run with LD_LIBRARY_PATH unset: they find the libraries through the
 # RUNPATH they were linked with and the $ORIGIN of the installed libraries.
 # Environment: AUDIOMW_BUILD (build tree), AUDIOMW_SOURCE, AUDIOMW_LIBDIR (relative libdir),
-# AUDIOMW_CXX (compiler), AUDIOMW_CXXFLAGS (e.g. the sanitizer of the build), SCRATCH.
+# AUDIOMW_CXX (compiler), AUDIOMW_CXXFLAGS (e.g. the sanitizer of the build), SCRATCH;
+# for a cross build AUDIOMW_TOOLCHAIN (CMake toolchain file), AUDIOMW_PKG_CONFIG (the
+# target's pkg-config) and AUDIOMW_EMULATOR (runs the target's programs).
 set -euo pipefail
 step=$1
 prefix=$SCRATCH/prefix
 libdir=$prefix/$AUDIOMW_LIBDIR
 here=$(cd "$(dirname "$0")" && pwd)
+pkg_config=${AUDIOMW_PKG_CONFIG:-pkg-config}
+read -r -a emulator <<<"${AUDIOMW_EMULATOR:-}"
 unset LD_LIBRARY_PATH
 
 fail() {
@@ -54,10 +58,12 @@ check_runpath() {
   done
 }
 
-# The program's audiomw and tinyalsa libraries come from the prefix.
+# The program's audiomw and tinyalsa libraries come from the prefix: its own loader
+# (the ELF interpreter) lists what it would load.
 check_resolved() {
-  local prog=$1 out
-  out=$(ldd "$prog")
+  local prog=$1 out interp
+  interp=$(readelf -l "$prog" | sed -n 's/.*program interpreter: \(.*\)\]/\1/p')
+  out=$("${emulator[@]}" "$interp" --list "$prog")
   for lib in "${LIBS[@]}"; do
     local where
     where=$(echo "$out" | awk -v l="$lib" '$1 == l { print $3 }')
@@ -70,7 +76,7 @@ run_consumer() {
   local prog=$1 work=$2
   rm -rf "$work" && mkdir -p "$work"
   check_resolved "$prog"
-  "$prog" "$work" || fail "$prog exited with $?"
+  "${emulator[@]}" "$prog" "$work" || fail "$prog exited with $?"
 }
 
 case $step in
@@ -97,13 +103,15 @@ case $step in
     export PKG_CONFIG_PATH=$libdir/pkgconfig
     # shellcheck disable=SC2046,SC2086
     "$AUDIOMW_CXX" -std=c++17 -Wall -Wextra -Werror $AUDIOMW_CXXFLAGS "$here/app/consumer.cpp" -o "$out/consumer" \
-      $(pkg-config --cflags --libs audiomw) -Wl,-rpath,"$(pkg-config --variable=libdir audiomw)"
+      $("$pkg_config" --cflags --libs audiomw) -Wl,-rpath,"$("$pkg_config" --variable=libdir audiomw)"
     run_consumer "$out/consumer" "$out/work"
     ;;
   find-package)
     out=$SCRATCH/find-package
     rm -rf "$out"
-    cmake -S "$here/app" -B "$out" -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_CXX_COMPILER="$AUDIOMW_CXX" \
+    compiler=(-DCMAKE_CXX_COMPILER="$AUDIOMW_CXX")
+    [ -z "${AUDIOMW_TOOLCHAIN:-}" ] || compiler=(-DCMAKE_TOOLCHAIN_FILE="$AUDIOMW_TOOLCHAIN")
+    cmake -S "$here/app" -B "$out" -DCMAKE_PREFIX_PATH="$prefix" "${compiler[@]}" \
       -DCMAKE_CXX_FLAGS="$AUDIOMW_CXXFLAGS" >/dev/null
     cmake --build "$out" >/dev/null
     run_consumer "$out/consumer" "$out/work"
