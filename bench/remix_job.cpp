@@ -134,13 +134,19 @@ unsigned long long FramesWritten(unsigned int card) {
     return vcard_get_counters(card, 0, VCARD_PLAYBACK, &c) == 0 ? c.frames_written : 0;
 }
 
-// Until the stereo card has taken every period of the file.
-void WaitForFile(long periods) {
+// Until the stereo card has taken every period of the file; false when it has not after
+// the file's duration and 30 s more (a stream that stalled).
+bool WaitForFile(long periods) {
     const unsigned long long want = static_cast<unsigned long long>(periods) * kPeriod * (kCardRate / kRate);
+    const double deadline = Now(CLOCK_MONOTONIC) + static_cast<double>(periods) * kPeriod / kRate + 30.0;
     const timespec pause{0, 1000000};
     while (FramesWritten(kStereoCard) < want) {
+        if (Now(CLOCK_MONOTONIC) > deadline) {
+            return false;
+        }
         nanosleep(&pause, nullptr);
     }
+    return true;
 }
 
 void TearDown() {
@@ -177,8 +183,13 @@ int Run(bool realtime) {
         std::fprintf(stderr, "remix_job: the stream did not start\n");
         return 1;
     }
-    WaitForFile(periods);
+    const bool played = WaitForFile(periods);
     AUDIO_ASTREAM_Stop(kStream);
+    if (!played) {
+        std::fprintf(stderr, "remix_job: the cards took %llu of %ld periods\n",
+                     FramesWritten(kStereoCard) / (kPeriod * (kCardRate / kRate)), periods);
+        return 1;
+    }
     const double wall = Now(CLOCK_MONOTONIC) - wall0;
     const double cpu = Now(CLOCK_PROCESS_CPUTIME_ID) - cpu0;
     const unsigned long long stereo = FramesWritten(kStereoCard);
