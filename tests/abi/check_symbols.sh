@@ -32,6 +32,9 @@ imported)
       actual=$(comm -23 <(echo "$actual") <("$nm_tool" -D --defined-only -C -j "$rt" | sed 's/@.*//' |
         LC_ALL=C sort -u))
     done
+    # UndefinedBehaviorSanitizer's check of dynamic types refers to the type information
+    # of every polymorphic class the library calls into (tinyxml2's nodes among them).
+    actual=$(echo "$actual" | grep -v '^typeinfo for ' || true)
   fi
   defined=$("$nm_tool" -D --defined-only -C -j "$lib" | LC_ALL=C sort -u)
   carried=$(comm -12 <(echo "$expected") <(echo "$defined"))
