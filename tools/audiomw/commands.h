@@ -3,7 +3,12 @@
 #ifndef AUDIOMW_TOOL_COMMANDS_H
 #define AUDIOMW_TOOL_COMMANDS_H
 
+#include <string>
+
 namespace audiomw_tool {
+
+// The whole file into *text; false when it cannot be read.
+bool ReadWholeFile(const std::string& path, std::string* text);
 
 int RunCommand(int argc, char** argv);
 int CheckCommand(int argc, char** argv);
