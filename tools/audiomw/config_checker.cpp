@@ -355,8 +355,9 @@ std::vector<std::string> CheckConfigText(const std::string& xml, const std::stri
     ConfigModel model;
     std::vector<Diagnostic> found;
     std::string error;
-    if (!LoadConfigModel(xml, &model, &found, &error)) {
-        found.push_back({0, true, error});
+    int errorLine = 0;
+    if (!LoadConfigModel(xml, &model, &found, &error, &errorLine)) {
+        found.push_back({errorLine, true, error});
     } else {
         CheckConfig(model, baseDir, &found);
     }

@@ -16,7 +16,7 @@ void CheckConfig(const ConfigModel& model, const std::string& baseDir, std::vect
 
 // The loader warnings and the findings of xml, sorted by line, as
 // "file:line: warning: text" lines. *errors counts the errors; a document that does not
-// parse is one error on line 0 or the line tinyxml2 names.
+// parse is one error on the line tinyxml2 names.
 std::vector<std::string> CheckConfigText(const std::string& xml, const std::string& file,
                                          const std::string& baseDir, int* errors);
 

@@ -311,10 +311,12 @@ const DeviceSection* FindById(const std::vector<DeviceSection>& list, int id) {
 }
 
 bool LoadConfigModel(const std::string& xml, ConfigModel* model, std::vector<Diagnostic>* warnings,
-                     std::string* error) {
+                     std::string* error, int* errorLine) {
+    *errorLine = 0;
     tinyxml2::XMLDocument doc;
     if (doc.Parse(xml.c_str(), xml.size()) != tinyxml2::XML_SUCCESS) {
-        *error = "line " + std::to_string(doc.ErrorLineNum()) + ": " + doc.ErrorStr();
+        *errorLine = doc.ErrorLineNum();
+        *error = std::string("not well-formed XML (") + doc.ErrorName() + ")";
         return false;
     }
     const XMLElement* root = doc.FirstChildElement("Audio");

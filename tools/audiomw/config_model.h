@@ -63,10 +63,10 @@ struct ConfigModel {
     std::vector<StreamSection> streams;
 };
 
-// Reads XML text. False with *error set when it does not parse or has no <Audio>
-// root. Warnings of the loaders go to *warnings.
+// Reads XML text. False with *error and *errorLine (0 when none) set when it does not
+// parse or has no <Audio> root. Warnings of the loaders go to *warnings.
 bool LoadConfigModel(const std::string& xml, ConfigModel* model, std::vector<Diagnostic>* warnings,
-                     std::string* error);
+                     std::string* error, int* errorLine);
 
 const DeviceSection* FindById(const std::vector<DeviceSection>& list, int id);
 
