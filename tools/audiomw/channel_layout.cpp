@@ -1,5 +1,7 @@
 #include "channel_layout.h"
 
+#include <algorithm>
+
 namespace audiomw_tool {
 
 ChannelLayout::ChannelLayout(const std::vector<int>& groupSizes) {
@@ -53,19 +55,23 @@ void ChannelLayout::Merge(int offset, int a, int b) {
 }
 
 bool ChannelLayout::Swap(const std::vector<int>& map, int* scattered) {
-    std::vector<int> moved(m_group.size());
+    // A group stays whole when each of its blocks lands right after the previous one.
+    std::vector<bool> broken(m_next, false);
     bool together = true;
-    for (int i = 0; i < Channels(); ++i) {
-        moved[map[i]] = m_group[i];
-        bool sameAsPrevious = i > 0 && m_group[i - 1] == m_group[i];
-        if (sameAsPrevious && map[i] != map[i - 1] + 1 && together) {
-            together = false;
-            int first = i - 1;
-            while (first > 0 && m_group[first - 1] == m_group[i]) {
-                --first;
+    for (int i = 1; i < Channels(); ++i) {
+        if (m_group[i - 1] == m_group[i] && map[i] != map[i - 1] + 1 && !broken[m_group[i]]) {
+            broken[m_group[i]] = true;
+            if (together) {
+                *scattered =
+                    static_cast<int>(std::find(m_group.begin(), m_group.end(), m_group[i]) - m_group.begin());
             }
-            *scattered = first;
+            together = false;
         }
+    }
+    std::vector<int> moved(m_group.size());
+    for (int i = 0; i < Channels(); ++i) {
+        // The blocks of a broken group no longer form a group: each stands alone.
+        moved[map[i]] = broken[m_group[i]] ? m_next++ : m_group[i];
     }
     m_group = moved;
     return together;
