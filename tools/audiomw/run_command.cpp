@@ -22,9 +22,10 @@ const char kRunHelp[] =
     "  --stream SLOT=NAME         run configuration NAME in stream slot SLOT (0 or 1);\n"
     "                             default: each slot runs the configuration of its Id\n"
     "  --switch SECONDS:SLOT=NAME switch slot SLOT to NAME at that time\n"
-    "  --line-in SECONDS:0|1      set the line-in connect state at that time\n"
+    "  --line-in SECONDS:0|1      set the line-in connect state (and its GPIO) at that time\n"
     "  --log FILE                 the library's log lines go to FILE (default: standard error)\n"
     "  --seconds N                end after N seconds (default: run until stopped)\n"
+    "  --dumps                    switch on the dump nodes of every stream started\n"
     "  --free-run                 virtual cards of the configuration run without pacing\n"
     "\n"
     "Exit status: 0, or 1 when a stream could not start; 2 for bad arguments.\n";
@@ -36,8 +37,8 @@ bool Fail(const char* what, const std::string& value) {
 
 bool ParseOption(const std::string& option, ArgCursor& args, RunOptions* opt) {
     std::string value;
-    if (option == "--free-run") {
-        opt->freeRun = true;
+    if (option == "--free-run" || option == "--dumps") {
+        (option == "--dumps" ? opt->dumps : opt->freeRun) = true;
         return true;
     }
     if (!args.Value(&value)) {

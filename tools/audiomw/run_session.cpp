@@ -17,6 +17,7 @@
 #include "audio_ao.h"
 #include "audio_astream.h"
 #include "audio_ext.h"
+#include "host_test.h"
 #include "tinyalsa/vcard.h"
 
 namespace audiomw_tool {
@@ -24,6 +25,8 @@ namespace audiomw_tool {
 namespace fs = std::filesystem;
 
 namespace {
+
+constexpr int kLineInGpio = 14;
 
 volatile std::sig_atomic_t g_stop = 0;
 
@@ -44,6 +47,12 @@ std::string Name(const char* field) {
 bool VirtualCounters(int card, int device, vcard_direction dir, vcard_counters* out) {
     return card >= 0 && device >= 0 && vcard_is_virtual(static_cast<unsigned>(card)) == 1 &&
            vcard_get_counters(static_cast<unsigned>(card), static_cast<unsigned>(device), dir, out) == 0;
+}
+
+// The AO's underrun count, "-" while it is not open.
+std::string Underruns(int aoId) {
+    int count = AUDIO_AO_GetUnderRunState(aoId);
+    return count < 0 ? "-" : std::to_string(count);
 }
 
 }  // namespace
@@ -179,6 +188,9 @@ bool RunSession::SwitchSlot(const SlotName& target) {
     int result = found == m_streams.end() ? -1 : AUDIO_ASTREAM_SwitchToConfig(target.slot, *found);
     slot.config = target.name;
     slot.failed = result != 0;
+    if (result == 0 && m_opt.dumps) {
+        AUDIO_ASTREAM_enableDumpNode(target.slot, ZN_TRUE);
+    }
     slot.baseReads = 0;
     slot.baseReads = StreamReads(target.slot);
     std::printf("[%6.2f s] stream %d -> %s: %s\n", m_elapsed, target.slot, target.name.c_str(),
@@ -190,6 +202,8 @@ bool RunSession::SwitchSlot(const SlotName& target) {
 }
 
 void RunSession::ApplyLineIn(bool connected) {
+    // GPIO 14 reads 1 while nothing is plugged in; output nodes consult it.
+    BSP_SetGpioOverride(kLineInGpio, connected ? 0 : 1);
     AUDIO_ASTREAM_LineInDectMutexLock();
     AUDIO_ASTREAM_SetLineInConnetState(connected ? ZN_TRUE : ZN_FALSE);
     AUDIO_ASTREAM_LineInDectMutexUnlock();
@@ -214,11 +228,20 @@ unsigned long long RunSession::StreamReads(int slot) {
         VirtualCounters(attr.stAlsaDev.s32CardId, attr.stAlsaDev.s32DevId, VCARD_CAPTURE, &counters)) {
         return counters.reads - m_slots[slot].baseReads;
     }
-    // A file input is not observable itself: count the frames its voice node processed.
+    // A file input is not observable itself: count the frames its voice node processed,
+    // or the periods its first output wrote.
     std::string prefix = m_slots[slot].config + " node ";
     for (const auto& voice : m_voice) {
         if (voice.label.compare(0, prefix.size(), prefix) == 0) {
             return voice.frames.load() - m_slots[slot].baseReads;
+        }
+    }
+    for (const auto& node : cfg->stAttr.lstNodeAttr) {
+        AO_ATTR_S ao{};
+        if (node.eType == ASTREAM_NODE_TYPE_E_OUTPUT &&
+            AUDIO_AO_GetAttr(node.unAttr.stOutput.s32AoId, &ao) == 0 &&
+            VirtualCounters(ao.stAlsaDev.s32CardId, ao.stAlsaDev.s32DevId, VCARD_PLAYBACK, &counters)) {
+            return counters.writes - m_slots[slot].baseReads;
         }
     }
     return 0;
@@ -230,11 +253,10 @@ std::string RunSession::AoLine(const tagAO_XML_CFG_S& ao) {
     vcard_counters counters{};
     char line[160];
     if (VirtualCounters(attr.stAlsaDev.s32CardId, attr.stAlsaDev.s32DevId, VCARD_PLAYBACK, &counters)) {
-        std::snprintf(line, sizeof line, "AO[%d] %llu frames, underruns %d", ao.s32Id,
-                      counters.frames_written, AUDIO_AO_GetUnderRunState(ao.s32Id));
+        std::snprintf(line, sizeof line, "AO[%d] %llu frames, underruns %s", ao.s32Id,
+                      counters.frames_written, Underruns(ao.s32Id).c_str());
     } else {
-        std::snprintf(line, sizeof line, "AO[%d] underruns %d", ao.s32Id,
-                      AUDIO_AO_GetUnderRunState(ao.s32Id));
+        std::snprintf(line, sizeof line, "AO[%d] underruns %s", ao.s32Id, Underruns(ao.s32Id).c_str());
     }
     return line;
 }

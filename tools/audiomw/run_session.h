@@ -25,6 +25,7 @@ struct RunOptions {
     std::vector<TimedLineIn> lineIns;
     double seconds = 0.0;  // 0: until Ctrl-C or SIGTERM
     bool freeRun = false;
+    bool dumps = false;  // switch on the dump nodes of each stream started
 };
 
 // What the voice node's frame callback reports, per node.
