@@ -153,7 +153,8 @@ void RunSession::HookVoiceNodes() {
                 continue;
             }
             m_voice.emplace_back();
-            m_voice.back().label = Name(cfg.acName) + " node " + std::to_string(index);
+            m_voice.back().stream = Name(cfg.acName);
+            m_voice.back().node = index;
             node.unAttr.stOrvaneAlg.pfnFrameCallback = OnVoiceFrame;
             node.unAttr.stOrvaneAlg.pCallbackArg = &m_voice.back();
         }
@@ -230,9 +231,8 @@ unsigned long long RunSession::StreamReads(int slot) {
     }
     // A file input is not observable itself: count the frames its voice node processed,
     // or the periods its first output wrote.
-    std::string prefix = m_slots[slot].config + " node ";
     for (const auto& voice : m_voice) {
-        if (voice.label.compare(0, prefix.size(), prefix) == 0) {
+        if (voice.stream == m_slots[slot].config) {
             return voice.frames.load() - m_slots[slot].baseReads;
         }
     }
@@ -276,7 +276,7 @@ void RunSession::PrintProgress(double now) {
     }
     for (const auto& voice : m_voice) {
         if (voice.frames.load() > 0) {
-            std::snprintf(part, sizeof part, "voice %s: result %d; ", voice.label.c_str(),
+            std::snprintf(part, sizeof part, "voice %s/%d: result %d; ", voice.stream.c_str(), voice.node,
                           voice.lastResult.load());
             line += part;
         }
@@ -353,7 +353,7 @@ void RunSession::PrintSummary() {
                     m_log.Problems());
     }
     for (const auto& voice : m_voice) {
-        std::printf("  voice node of %s: %llu frames, last result %d\n", voice.label.c_str(),
+        std::printf("  voice node %d of %s: %llu frames, last result %d\n", voice.node, voice.stream.c_str(),
                     voice.frames.load(), voice.lastResult.load());
     }
 }

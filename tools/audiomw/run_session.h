@@ -30,7 +30,8 @@ struct RunOptions {
 
 // What the voice node's frame callback reports, per node.
 struct VoiceStats {
-    std::string label;  // "stream NAME node N"
+    std::string stream;  // the configuration's name
+    int node = 0;        // its place in the node list, from 1
     std::atomic<unsigned long long> frames{0};
     std::atomic<int> lastResult{0};
 };
