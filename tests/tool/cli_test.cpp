@@ -78,12 +78,19 @@ Result RunTool(const Scratch& dir, const std::vector<std::string>& args, const s
         if (chdir(dir.Dir().c_str()) != 0 || !freopen("output.txt", "w", stdout) || dup2(1, 2) < 0) {
             _exit(127);
         }
-        std::vector<char*> argv{const_cast<char*>(AUDIOMW_TOOL_PATH)};
-        for (const auto& arg : args) {
-            argv.push_back(const_cast<char*>(arg.c_str()));
+        std::vector<std::string> words;
+        std::istringstream launcher(AUDIOMW_TOOL_LAUNCHER);
+        for (std::string word; launcher >> word;) {
+            words.push_back(word);
+        }
+        words.push_back(AUDIOMW_TOOL_PATH);
+        words.insert(words.end(), args.begin(), args.end());
+        std::vector<char*> argv;
+        for (auto& word : words) {
+            argv.push_back(word.data());
         }
         argv.push_back(nullptr);
-        execv(AUDIOMW_TOOL_PATH, argv.data());
+        execv(argv[0], argv.data());
         _exit(127);
     }
     if (!stopWhen.empty()) {
