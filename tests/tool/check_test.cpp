@@ -213,6 +213,27 @@ std::vector<CheckCase> LoaderCases() {
         {"not XML",
          "<Audio>\n<AI>\n</Audio>",
          {f + "2: error: not well-formed XML (XML_ERROR_MISMATCHED_ELEMENT)"}},
+        {"missing names, types and rates",
+         "<Audio>\n<AI Id='0'>\n<Device/>\n<SampleRate/>\n</AI>\n<ASTREAM Id='0' AiId='0' "
+         "Worker='1'/>\n</Audio>\n",
+         {f + "2: warning: Missing attr Name of AI 1, name left empty",
+          f + "3: warning: Missing attr Type of <Device> for AI[], type set to -1",
+          f + "4: warning: Missing attr Cur of <SampleRate> for AI[], rate unchanged",
+          f + "6: warning: Missing attr Name of ASTREAM 1, name left empty",
+          f + "6: error: stream '': AI 0 is not configured with a supported device type"}},
+        {"lists longer than kept",
+         Stream("<AiAdj Id='0' Channel='2'/>\n<Node Type='Swap' "
+                "Map='0:1:2:3:4:5:6:7:8:9:10:11:12:13:14:15:16:17:18:19:20'/>"),
+         {f + "6: warning: No SampleRate in <AiAdj> of AI[0] for ASTREAM[S], keep 16000",
+          f + "7: warning: Map of Swap node 1 in ASTREAM[S] holds 21 entries, only the first 20 kept",
+          f + "7: warning: stream 'S': Swap node: Map has 20 entries for 2 channel blocks"}},
+        {"combo list longer than kept",
+         "<Audio>\n<AI Id='0' Name='C'><Device Type='Combo' AiIdList='1:2:3:4:5'/></AI>\n</Audio>\n",
+         {f + "2: warning: AiIdList of AI[C] holds 5 ids, only the first 4 kept",
+          f + "2: error: combo AI 0 'C': member AI 1 is not configured",
+          f + "2: error: combo AI 0 'C': member AI 2 is not configured",
+          f + "2: error: combo AI 0 'C': member AI 3 is not configured",
+          f + "2: error: combo AI 0 'C': member AI 4 is not configured"}},
         {"no Audio root", "<Other/>", {f + "0: error: <Audio> not found"}},
     };
 }

@@ -13,6 +13,9 @@ namespace {
 
 using tinyxml2::XMLElement;
 
+constexpr size_t kMaxComboMembers = 4;
+constexpr size_t kMaxSwapMap = 20;
+
 struct NodeRow {
     const char* type;
     std::vector<const char*> keys;  // integer attributes in reading order
@@ -117,39 +120,70 @@ void SettleIds(std::vector<T>& list, std::vector<const XMLElement*>& elements, c
     }
 }
 
+// Up to max ids of "AiIdList", with the loader's warning when there are more.
+std::vector<int> ComboMembers(const XMLElement* e, const std::string& where, Walker& walk) {
+    std::vector<int> ids = NumberList(Text(e, "AiIdList"), 1000);
+    if (ids.size() > kMaxComboMembers) {
+        walk.Warn(e, "AiIdList of %s holds %zu ids, only the first %zu kept", where.c_str(), ids.size(),
+                  kMaxComboMembers);
+        ids.resize(kMaxComboMembers);
+    }
+    return ids;
+}
+
 void ReadDeviceElement(const XMLElement* e, bool isAi, DeviceSection* dev, Walker& walk) {
     const char* type = Text(e, "Type");
     const char* kind = isAi ? "AI" : "AO";
-    if (SameText(type, "Alsa")) {
+    if (type == nullptr) {
+        dev->kind = DevKind::kUnknown;
+        walk.Warn(e, "Missing attr Type of <Device> for %s[%s], type set to -1", kind, dev->name.c_str());
+    } else if (SameText(type, "Alsa")) {
         dev->kind = DevKind::kAlsa;
         ReadInt(e, "CardId", &dev->card);
         ReadInt(e, "DevId", &dev->device);
     } else if (isAi && SameText(type, "Combo")) {
         dev->kind = DevKind::kCombo;
         dev->comboLine = e->GetLineNum();
-        const char* list = Text(e, "AiIdList");
-        dev->members = list ? NumberList(list, 4) : std::vector<int>();
+        dev->members =
+            Text(e, "AiIdList") ? ComboMembers(e, "AI[" + dev->name + "]", walk) : std::vector<int>();
     } else if (isAi && SameText(type, "Afile")) {
         dev->kind = DevKind::kFile;
         const char* path = Text(e, "FilePath");
         dev->filePath = path ? std::string(path).substr(0, 39) : "";
     } else {
         dev->kind = DevKind::kUnknown;
-        walk.Warn(e, "Un-support device type %s for %s", type ? type : "(none)", kind);
+        walk.Warn(e, "Un-support device type %s for %s", type, kind);
     }
 }
 
-DeviceSection ReadDeviceSection(const XMLElement* section, bool isAi, Walker& walk) {
-    DeviceSection dev;
-    dev.line = section->GetLineNum();
-    ReadInt(section, "Id", &dev.id);
+// "Id" and "Name" of a section, the index-th of its kind (from 1).
+template <typename T>
+void ReadHead(const XMLElement* section, const char* kind, int index, T* out, Walker& walk) {
+    out->line = section->GetLineNum();
+    ReadInt(section, "Id", &out->id);
     const char* name = Text(section, "Name");
-    dev.name = name ? std::string(name).substr(0, 32) : "";
+    out->name = name ? std::string(name).substr(0, 32) : "";
+    if (name == nullptr) {
+        walk.Warn(section, "Missing attr Name of %s %d, name left empty", kind, index);
+    }
+}
+
+void ReadSampleRate(const XMLElement* e, DeviceSection* dev, const char* kind, Walker& walk) {
+    if (Text(e, "Cur") == nullptr) {
+        walk.Warn(e, "Missing attr Cur of <SampleRate> for %s[%s], rate unchanged", kind, dev->name.c_str());
+        return;
+    }
+    dev->rate = RateFromName(Text(e, "Cur"));
+}
+
+DeviceSection ReadDeviceSection(const XMLElement* section, bool isAi, int index, Walker& walk) {
+    DeviceSection dev;
+    ReadHead(section, isAi ? "AI" : "AO", index, &dev, walk);
     for (const XMLElement* c = section->FirstChildElement(); c; c = c->NextSiblingElement()) {
         if (SameText(c->Value(), "Device")) {
             ReadDeviceElement(c, isAi, &dev, walk);
         } else if (SameText(c->Value(), "SampleRate")) {
-            dev.rate = Text(c, "Cur") ? RateFromName(Text(c, "Cur")) : dev.rate;
+            ReadSampleRate(c, &dev, isAi ? "AI" : "AO", walk);
         } else if (SameText(c->Value(), "Channel")) {
             ReadInt(c, "Cur", &dev.channels);
         } else if (SameText(c->Value(), "FrameSize")) {
@@ -166,7 +200,7 @@ std::vector<DeviceSection> ReadDeviceSections(const XMLElement* root, bool isAi,
     std::vector<const XMLElement*> elements;
     for (const XMLElement* e = root->FirstChildElement(isAi ? "AI" : "AO"); e;
          e = e->NextSiblingElement(isAi ? "AI" : "AO")) {
-        list.push_back(ReadDeviceSection(e, isAi, walk));
+        list.push_back(ReadDeviceSection(e, isAi, static_cast<int>(list.size()) + 1, walk));
         elements.push_back(e);
     }
     SettleIds(list, elements, isAi ? "AI" : "AO", walk);
@@ -174,8 +208,9 @@ std::vector<DeviceSection> ReadDeviceSections(const XMLElement* root, bool isAi,
 }
 
 // An <AiAdj> or <AoAdj>: the loaded record of that id with the element's changes.
-void ApplyAdjustment(const XMLElement* e, bool isAi, std::vector<DeviceSection>* records,
-                     const std::vector<DeviceSection>& loaded, Walker& walk) {
+void ApplyAdjustment(const XMLElement* e, bool isAi, const std::string& stream,
+                     std::vector<DeviceSection>* records, const std::vector<DeviceSection>& loaded,
+                     Walker& walk) {
     int id = -1;
     ReadInt(e, "Id", &id);
     const DeviceSection* base = FindById(loaded, id);
@@ -187,7 +222,8 @@ void ApplyAdjustment(const XMLElement* e, bool isAi, std::vector<DeviceSection>*
     DeviceSection adjusted = *base;
     adjusted.line = e->GetLineNum();
     if (adjusted.kind == DevKind::kCombo && Text(e, "AiIdList")) {
-        adjusted.members = NumberList(Text(e, "AiIdList"), 4);
+        adjusted.members =
+            ComboMembers(e, "AiAdj for AI[" + std::to_string(id) + "] in ASTREAM[" + stream + "]", walk);
         adjusted.comboLine = e->GetLineNum();
     } else if (adjusted.kind == DevKind::kFile && Text(e, "FilePath")) {
         adjusted.filePath = std::string(Text(e, "FilePath")).substr(0, 39);
@@ -195,7 +231,12 @@ void ApplyAdjustment(const XMLElement* e, bool isAi, std::vector<DeviceSection>*
         ReadInt(e, "CardId", &adjusted.card);
         ReadInt(e, "DevId", &adjusted.device);
     }
-    adjusted.rate = Text(e, "SampleRate") ? RateFromName(Text(e, "SampleRate")) : adjusted.rate;
+    if (Text(e, "SampleRate") == nullptr) {
+        walk.Warn(e, "No SampleRate in <%s> of %s[%d] for ASTREAM[%s], keep %d", isAi ? "AiAdj" : "AoAdj",
+                  isAi ? "AI" : "AO", id, stream.c_str(), adjusted.rate);
+    } else {
+        adjusted.rate = RateFromName(Text(e, "SampleRate"));
+    }
     ReadInt(e, "Channel", &adjusted.channels);
     ReadInt(e, "FrameSize", &adjusted.frames);
     for (auto& record : *records) {
@@ -225,7 +266,8 @@ void WarnBadNode(const NodeSection& node, const XMLElement* e, Walker& walk) {
     walk.Warn(e, "%s", text.c_str());
 }
 
-bool ReadNode(const XMLElement* e, const NodeRow& row, NodeSection* node) {
+bool ReadNode(const XMLElement* e, const NodeRow& row, const std::string& stream, int number,
+              NodeSection* node, Walker& walk) {
     node->type = row.type;
     bool complete = true;
     for (size_t i = 0; i < row.keys.size(); ++i) {
@@ -236,7 +278,12 @@ bool ReadNode(const XMLElement* e, const NodeRow& row, NodeSection* node) {
     }
     if (node->type == "Swap") {
         const char* map = Text(e, "Map");
-        node->map = map ? NumberList(map, 64) : std::vector<int>();
+        node->map = map ? NumberList(map, 1000) : std::vector<int>();
+        if (node->map.size() > kMaxSwapMap) {
+            walk.Warn(e, "Map of Swap node %d in ASTREAM[%s] holds %zu entries, only the first %zu kept",
+                      number, stream.c_str(), node->map.size(), kMaxSwapMap);
+            node->map.resize(kMaxSwapMap);
+        }
         return map != nullptr;
     }
     if (node->type == "Dump") {
@@ -262,7 +309,7 @@ void ReadNodes(const XMLElement* stream, StreamSection* out, Walker& walk) {
         }
         NodeSection node;
         node.line = e->GetLineNum();
-        if (ReadNode(e, *row, &node)) {
+        if (ReadNode(e, *row, out->name, number, &node, walk)) {
             out->nodes.push_back(node);
         } else {
             WarnBadNode(node, e, walk);
@@ -270,21 +317,18 @@ void ReadNodes(const XMLElement* stream, StreamSection* out, Walker& walk) {
     }
 }
 
-StreamSection ReadStream(const XMLElement* e, const ConfigModel& model, Walker& walk) {
+StreamSection ReadStream(const XMLElement* e, const ConfigModel& model, int index, Walker& walk) {
     StreamSection stream;
-    stream.line = e->GetLineNum();
-    ReadInt(e, "Id", &stream.id);
-    const char* name = Text(e, "Name");
-    stream.name = name ? std::string(name).substr(0, 32) : "";
+    ReadHead(e, "ASTREAM", index, &stream, walk);
     ReadInt(e, "AiId", &stream.aiId);
     ReadInt(e, "Worker", &stream.workers);
     stream.ai = model.ai;
     stream.ao = model.ao;
     for (const XMLElement* a = e->FirstChildElement("AiAdj"); a; a = a->NextSiblingElement("AiAdj")) {
-        ApplyAdjustment(a, true, &stream.ai, model.ai, walk);
+        ApplyAdjustment(a, true, stream.name, &stream.ai, model.ai, walk);
     }
     for (const XMLElement* a = e->FirstChildElement("AoAdj"); a; a = a->NextSiblingElement("AoAdj")) {
-        ApplyAdjustment(a, false, &stream.ao, model.ao, walk);
+        ApplyAdjustment(a, false, stream.name, &stream.ao, model.ao, walk);
     }
     ReadNodes(e, &stream, walk);
     return stream;
@@ -329,7 +373,7 @@ bool LoadConfigModel(const std::string& xml, ConfigModel* model, std::vector<Dia
     model->ao = ReadDeviceSections(root, false, walk);
     std::vector<const XMLElement*> elements;
     for (const XMLElement* e = root->FirstChildElement("ASTREAM"); e; e = e->NextSiblingElement("ASTREAM")) {
-        model->streams.push_back(ReadStream(e, *model, walk));
+        model->streams.push_back(ReadStream(e, *model, static_cast<int>(model->streams.size()) + 1, walk));
         elements.push_back(e);
     }
     SettleIds(model->streams, elements, "ASTREAM", walk);
