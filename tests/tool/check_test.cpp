@@ -58,7 +58,7 @@ std::vector<CheckCase> StreamCases() {
         {"output channels differ from the AO's",
          Stream("<Node Type='Split' ChnOffset='0' ChnCntA='2' ChnCntB='2'/><Node Type='Output' AoId='1' "
                 "ChnOffset='0' ChnCnt='2'/>"),
-         {E6("Output node: sends 2 channels to AO 1, which takes 1")}},
+         {E6("Output node: sends a 2-channel group to AO 1, which takes 1 channels")}},
         {"unknown AO",
          Stream("<Node Type='Output' AoId='3' ChnOffset='0' ChnCnt='4'/>"),
          {E6("Output node: AO 3 is not configured")}},

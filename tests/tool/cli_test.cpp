@@ -152,7 +152,7 @@ const CliCase kCases[] = {
      {"cfg.xml:8: error: stream 'Broken': Worker 0 outside 1..4",
       "cfg.xml:9: error: stream 'Broken': Output node: the group at 0 with 5 channels lies outside the 4 "
       "channel blocks",
-      "cfg.xml:9: error: stream 'Broken': Output node: sends 5 channels to AO 0, which takes 2"}},
+      "cfg.xml:9: error: stream 'Broken': Output node: sends a 5-channel group to AO 0, which takes 2 channels"}},
     {"check_missing_file", {"check", "none.xml"}, 2, {"audiomw check: cannot read none.xml"}},
     {"graph_one_stream",
      {"graph", "cfg.xml", "--stream", "Main"},

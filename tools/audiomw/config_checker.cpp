@@ -82,7 +82,8 @@ void CheckOutput(StreamCtx& ctx, const NodeSection& node) {
         return;
     }
     if (ao->channels != count) {
-        ctx.report.Report(node.line, true, "Output node: sends %d channels to AO %d, which takes %d", count,
+        ctx.report.Report(node.line, true,
+                          "Output node: sends a %d-channel group to AO %d, which takes %d channels", count,
                           aoId, ao->channels);
     }
     if (ao->frames != ctx.ai.frames || ao->rate != ctx.ai.rate) {
