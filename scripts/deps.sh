@@ -8,6 +8,7 @@ PACKAGES=(
   libgtest-dev libgmock-dev libbenchmark-dev
   clang libclang-rt-14-dev
   espeak-ng sox
+  graphviz
   qemu-system-x86 busybox-static xz-utils
 )
 # The aarch64 preset: the cross compiler, the emulator that runs its tests, and the

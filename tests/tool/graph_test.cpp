@@ -1,0 +1,165 @@
+// audiomw graph: what the drawing says about each node, and the pieces it is made of.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "channel_layout.h"
+#include "cli_args.h"
+#include "config_model.h"
+#include "pipeline_graph.h"
+
+namespace audiomw_tool {
+namespace {
+
+const char kConfig[] =
+    "<Audio>\n"
+    "<AI Id='0' Name='Mic'><Device Type='Alsa' CardId='1'/><SampleRate Cur='16KHZ'/><Channel Cur='4'/>"
+    "<FrameSize Cur='160'/></AI>\n"
+    "<AI Id='1' Name='Ref'><Device Type='Afile' FilePath='ref.pcm'/><SampleRate Cur='16KHZ'/><Channel "
+    "Cur='1'/>"
+    "<FrameSize Cur='160'/></AI>\n"
+    "<AI Id='2' Name='Both'><Device Type='Combo' AiIdList='0:1'/><SampleRate Cur='16KHZ'/>"
+    "<FrameSize Cur='160'/></AI>\n"
+    "<AO Id='0' Name='Spk'><Device Type='Alsa' CardId='3' DevId='1'/><SampleRate Cur='16KHZ'/>"
+    "<Channel Cur='2'/><FrameSize Cur='160'/></AO>\n"
+    "<ASTREAM Id='0' Name='Voice' AiId='2' Worker='2'>\n"
+    "<Node Type='OrvaneAlg' MicChnOffset='0' MicChnCnt='4' LineInChnCnt='0' RefChnOffset='4'/>\n"
+    "<Node Type='Split' ChnOffset='0' ChnCntA='2' ChnCntB='2'/>\n"
+    "<Node Type='Output' AoId='0' ChnOffset='0' ChnCnt='2' AudioSourceId='1'/>\n"
+    "</ASTREAM>\n"
+    "<ASTREAM Id='1' Name='Debug' AiId='0' Worker='1'>\n"
+    "<Node Type='Swap' Map='0:1:2:3'/>\n"
+    "<Node Type='Dump' Path='d/x.pcm' ChnOffset='0' ChnCnt='4'/>\n"
+    "<Node Type='Mixin' TargetIndex='0' ChnOffset='1' ChnCnt='2'/>\n"
+    "</ASTREAM>\n"
+    "</Audio>\n";
+
+std::string Dot(const std::string& stream) {
+    ConfigModel model;
+    std::vector<Diagnostic> warnings;
+    std::string error;
+    int line = 0;
+    EXPECT_TRUE(LoadConfigModel(kConfig, &model, &warnings, &error, &line)) << error;
+    EXPECT_TRUE(warnings.empty());
+    return PipelineDot(model, stream);
+}
+
+TEST(PipelineGraph, LabelsShowBlocksReadAndWritten) {
+    std::string dot = Dot("");
+    const char* expected[] = {
+        "label=\"stream Voice (Id 0, 2 workers)\"",
+        "label=\"AI 2 'Both'\\ncombo of AI 0+1\\n5 ch, 16000 Hz, 160 frames\\ngroups [0-3][4]\"",
+        "label=\"1. OrvaneAlg\\nmics 0-3, line-in 0\\nref 4, ex-ref -1, all-ref -1\\ngroups after: "
+        "[0-3][4]\"",
+        "label=\"2. Split\\nreads 0-3\\nwrites 0-1 + 2-3\\ngroups after: [0-1][2-3][4]\"",
+        "label=\"3. Output\\nreads 0-1\\nwrites AO 0 (line-in source)\\ngroups after: [0-1][2-3][4]\"",
+        "label=\"AO 0 'Spk'\\nALSA card 3 device 1\\n2 ch, 16000 Hz, 160 frames\"",
+        "s0_n2 -> s0_ao0 [style=dashed];",
+        "label=\"1. Swap\\nblock i -> Map[i]: 0:1:2:3\\ngroups after: [0-3]\"",
+        "label=\"2. Dump\\nreads 0-3\\nwrites d/x.pcm\\ngroups after: [0-3]\"",
+        "s1_n1 -> s1_n1_file [style=dashed];",
+        "label=\"3. Mixin\\nreads 1-2 + 0\\nwrites 0 (average)\\ngroups after: [0-3]\"",
+        "s0_ai -> s0_n0;",
+        "s1_n1 -> s1_n2;",
+    };
+    for (const char* text : expected) {
+        EXPECT_NE(dot.find(text), std::string::npos) << text << "\nin\n" << dot;
+    }
+}
+
+TEST(PipelineGraph, OneStreamOrNone) {
+    std::string dot = Dot("Debug");
+    EXPECT_EQ(dot.find("Voice"), std::string::npos);
+    EXPECT_NE(dot.find("stream Debug (Id 1, 1 workers)"), std::string::npos);
+    EXPECT_EQ(Dot("Nope"), "");
+}
+
+struct LayoutCase {
+    const char* name;
+    std::vector<int> groups;
+    void (*apply)(ChannelLayout*);
+    std::string expected;
+};
+
+TEST(ChannelLayout, SplitMergeSwap) {
+    const LayoutCase cases[] = {
+        {"initial", {4, 1}, [](ChannelLayout*) {}, "[0-3][4]"},
+        {"split", {4}, [](ChannelLayout* l) { l->Split(0, 1, 3); }, "[0][1-3]"},
+        {"split then merge", {4}, [](ChannelLayout* l) { l->Split(0, 1, 3), l->Merge(0, 1, 3); }, "[0-3]"},
+        {"swap moves a group whole",
+         {2, 1, 1},
+         [](ChannelLayout* l) {
+             int s = -1;
+             EXPECT_TRUE(l->Swap({2, 3, 0, 1}, &s));
+         },
+         "[0][1][2-3]"},
+        {"swap breaks a group",
+         {2, 2},
+         [](ChannelLayout* l) {
+             int s = -1;
+             EXPECT_FALSE(l->Swap({0, 1, 3, 2}, &s));
+             EXPECT_EQ(s, 2);
+         },
+         "[0-1][2][3]"},
+    };
+    for (const auto& c : cases) {
+        ChannelLayout layout(c.groups);
+        c.apply(&layout);
+        EXPECT_EQ(layout.Describe(), c.expected) << c.name;
+    }
+    ChannelLayout layout({2, 2});
+    EXPECT_TRUE(layout.IsGroup(2, 2));
+    EXPECT_FALSE(layout.IsGroup(1, 2));
+    EXPECT_FALSE(layout.IsGroup(0, 1));
+    EXPECT_FALSE(layout.IsGroup(3, 2));
+}
+
+struct ArgCase {
+    const char* text;
+    bool ok;
+    double seconds;
+    int slot;
+    const char* name;
+};
+
+TEST(CliArgs, TimedSwitch) {
+    const ArgCase cases[] = {
+        {"2:0=Voice", true, 2.0, 0, "Voice"},
+        {"1.5:1=A=B", true, 1.5, 1, "A=B"},
+        {"2:0=", false, 0, 0, ""},
+        {"2:x=Voice", false, 0, 0, ""},
+        {"-1:0=Voice", false, 0, 0, ""},
+        {"0=Voice", false, 0, 0, ""},
+        {"2s:0=Voice", false, 0, 0, ""},
+        {":0=Voice", false, 0, 0, ""},
+    };
+    for (const auto& c : cases) {
+        TimedSwitch sw;
+        ASSERT_EQ(ParseTimedSwitch(c.text, &sw), c.ok) << c.text;
+        if (c.ok) {
+            EXPECT_DOUBLE_EQ(sw.seconds, c.seconds);
+            EXPECT_EQ(sw.target.slot, c.slot);
+            EXPECT_EQ(sw.target.name, c.name);
+        }
+    }
+}
+
+TEST(CliArgs, LineInAndSlot) {
+    TimedLineIn line;
+    EXPECT_TRUE(ParseTimedLineIn("3:1", &line));
+    EXPECT_TRUE(line.connected);
+    EXPECT_DOUBLE_EQ(line.seconds, 3.0);
+    EXPECT_TRUE(ParseTimedLineIn("0.5:0", &line));
+    EXPECT_FALSE(line.connected);
+    EXPECT_FALSE(ParseTimedLineIn("3:2", &line));
+    EXPECT_FALSE(ParseTimedLineIn("3", &line));
+    SlotName slot;
+    EXPECT_TRUE(ParseSlotName("1=Debug", &slot));
+    EXPECT_EQ(slot.slot, 1);
+    EXPECT_FALSE(ParseSlotName("one=Debug", &slot));
+    EXPECT_FALSE(ParseSlotName("=Debug", &slot));
+}
+
+}  // namespace
+}  // namespace audiomw_tool
