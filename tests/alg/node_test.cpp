@@ -91,9 +91,7 @@ TEST_F(AlgNodeTest, FailedInitKeepsTheNodeWhichThenProcessesNothing) {
     FakeStream s(kChn, kFrames), s1(kChn, kFrames, 1);
     auto node = Node(s);
     ASSERT_NE(node, nullptr);
-    log.ExpectInOrder({{3, "init", "Orvane Audio Alg init failed: 7"},
-                       {3, "AUDIO_ASTREAM_InitPipeline", "ASTREAM[0] pipeline node type[153] init failed"},
-                       {6, "AUDIO_ASTREAM_InitPipeline", "ASTREAM[0] add node type[153]"}});
+    EXPECT_TRUE(log.Has({3, "init", "Orvane Audio Alg init failed: 7"}));
     EXPECT_EQ(g_OrvaneAlgHandler, nullptr);
     EXPECT_EQ(g_ptrEmptyRefIn, nullptr);
     Bytes in = Period(kChn, kFrames);
@@ -110,21 +108,17 @@ TEST_F(AlgNodeTest, FailedInitKeepsTheNodeWhichThenProcessesNothing) {
 // Mic groups outside the stream, and other geometries than the instance's, are refused.
 TEST_F(AlgNodeTest, GeometriesThatDoNotFitAreRefused) {
     const std::string shape = ", the instance has rate:16000 frame:32 mic:2+0";
+    const std::string out = ", frame 32, outside 6 channels of ";
     const struct {
         int rate, chn, frames;
         ASTREAM_NODE_ATTR_S attr;
         std::string line;
     } cases[] = {
-        {0, kChn, kFrames, AlgAttr(-1, 2, 0, 3, 4, 5),
-         "mic group 2+0 at -1, frame 32, outside 6 channels of 64 bytes"},
-        {0, kChn, kFrames, AlgAttr(4, 2, 1, 0, 0, 0),
-         "mic group 2+1 at 4, frame 32, outside 6 channels of 64 bytes"},
-        {0, kChn, kFrames, AlgAttr(0, 0, 2, 3, 4, 5),
-         "mic group 0+2 at 0, frame 32, outside 6 channels of 64 bytes"},
-        {0, kChn, kFrames, AlgAttr(0, 2, -1, 3, 4, 5),
-         "mic group 2+-1 at 0, frame 32, outside 6 channels of 64 bytes"},
-        {0, kChn, 64, AlgAttr(0, 2, 0, 3, 4, 5),
-         "mic group 2+0 at 0, frame 32, outside 6 channels of 128 bytes"},
+        {0, kChn, kFrames, AlgAttr(-1, 2, 0, 3, 4, 5), "mic group 2+0 at -1" + out + "64 bytes"},
+        {0, kChn, kFrames, AlgAttr(4, 2, 1, 0, 0, 0), "mic group 2+1 at 4" + out + "64 bytes"},
+        {0, kChn, kFrames, AlgAttr(0, 0, 2, 3, 4, 5), "mic group 0+2 at 0" + out + "64 bytes"},
+        {0, kChn, kFrames, AlgAttr(0, 2, -1, 3, 4, 5), "mic group 2+-1 at 0" + out + "64 bytes"},
+        {0, kChn, 64, AlgAttr(0, 2, 0, 3, 4, 5), "mic group 2+0 at 0" + out + "128 bytes"},
         {kRate, 4, 64, AlgAttr(0, 2, 0, 2, 3, 3), "rate:16000 frame:64 mic:2+0" + shape},
         {48000, 4, kFrames, AlgAttr(0, 2, 0, 2, 3, 3), "rate:48000 frame:32 mic:2+0" + shape},
         {kRate, 4, kFrames, AlgAttr(0, 3, 0, 3, 3, 3), "rate:16000 frame:32 mic:3+0" + shape},

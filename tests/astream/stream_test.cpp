@@ -208,10 +208,7 @@ TEST_F(StreamTest, CreateFailureExits) {
     gs_pAiHandler[kAi] = new ScriptedAi();
     ASTREAM_ATTR_S a = StreamAttr(kAi, 2, {SwapAttr({1, 0}), NodeAttr(static_cast<ASTREAM_NODE_TYPE_E>(5))});
     EXPECT_EQ(-1, AUDIO_ASTREAM_Create(1, &a));
-    log.ExpectInOrder({L(6, "Create", "ASTREAM[1] bind AI[5] with 2 channels, buf len 64"),
-                       L(6, "InitPipeline", "ASTREAM[1] add node type[1]"),
-                       L(3, "InitPipeline", "ASTREAM[1] pipeline node type[5] not support yet"),
-                       L(4, "InitPipeline", "ASTREAM[1] create failed, destroy")});
+    EXPECT_TRUE(log.Has(L(4, "InitPipeline", "ASTREAM[1] create failed, destroy")));
     EXPECT_FALSE(log.Has(L(6, "Create", "ASTREAM[1] pipeline init ok")));
     EXPECT_EQ(nullptr, gs_AstreamHandler[1]);
 
@@ -344,13 +341,10 @@ TEST_F(StreamTest, ShortReadIsDroppedAndTheEntryRefilled) {
     const std::string text = out.Stop();
     EXPECT_NE(std::string::npos, text.find("ASTREAM[0] read AI[5] failed, except 64 but get 32\n")) << text;
     const auto seen = probe->Seen();
-    const std::set<std::pair<int, int>> seenSet(seen.begin(), seen.end());
-    for (const auto& expected : std::vector<std::pair<int, int>>{{0, 0}, {2, 1}, {3, 0}, {4, 1}}) {
-        EXPECT_EQ(1u, seenSet.count(expected)) << expected.first << "/" << expected.second;
-    }
-    for (const auto& s : seen) {
-        EXPECT_NE(1, s.first) << "the short period was handed on";
-    }
+    const std::set<std::pair<int, int>> got(seen.begin(), seen.end()), want{{0, 0}, {2, 1}, {3, 0}, {4, 1}};
+    EXPECT_TRUE(std::includes(got.begin(), got.end(), want.begin(), want.end()));
+    EXPECT_FALSE(std::any_of(seen.begin(), seen.end(), [](auto& s) { return s.first == 1; }))
+        << "short period";
 }
 
 // A held worker: the idle wait times out and says so; Destroy waits for the held job.
