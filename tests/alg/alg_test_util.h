@@ -1,5 +1,4 @@
-// Helpers of the algorithm node tests: an AI whose attributes the node reads, node
-// records, and a frame period whose channel blocks hold distinct samples.
+// Helpers of the algorithm node tests: an AI slot, node records, distinct-sample periods.
 #ifndef AUDIOMW_TESTS_ALG_ALG_TEST_UTIL_H
 #define AUDIOMW_TESTS_ALG_ALG_TEST_UTIL_H
 

@@ -1,7 +1,4 @@
-// A scripted stand-in of the voice-processing library, linked ahead of libaudiomw.so so
-// that its four functions answer the node's calls. Every call is recorded with the bytes
-// the library would read (microphone and line-in blocks, one reference block), so a read
-// outside the stream's buffer shows under ASan.
+// A scripted voice-processing library: records each call with the bytes it reads (ASan).
 #ifndef AUDIOMW_TESTS_ALG_QX_SCRIPT_H
 #define AUDIOMW_TESTS_ALG_QX_SCRIPT_H
 

@@ -1,5 +1,4 @@
-// Algorithm nodes in running streams: lifecycle calls made from the callback on a worker
-// are refused without a deadlock, and Destroy keeps a stream whose pool refuses to end.
+// Algorithm nodes in running streams: lifecycle calls from a worker, a pool that will not end.
 #include <atomic>
 
 #include "alg_test_util.h"
@@ -49,8 +48,7 @@ class AlgStreamTest : public audiomw_test::AudioTest {
     }
 };
 
-// Every frame's result reaches the callback on a worker; Stop and Destroy called there
-// are refused and both streams keep running.
+// Stop and Destroy called from the callback on a worker are refused; both streams run on.
 TEST_F(AlgStreamTest, StopAndDestroyFromTheCallbackAreRefused) {
     qx_script::g.recording = false;
     qx_script::g.procResult = -2;

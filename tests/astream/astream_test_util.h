@@ -1,5 +1,4 @@
-// Helpers of the stream tests: stream records made by hand, node records, nodes built
-// through the pipeline, and file AIs.
+// Helpers of the stream tests: stream records, node records, built nodes, file AIs.
 #ifndef AUDIOMW_TESTS_ASTREAM_ASTREAM_TEST_UTIL_H
 #define AUDIOMW_TESTS_ASTREAM_ASTREAM_TEST_UTIL_H
 
@@ -60,6 +59,11 @@ inline ASTREAM_NODE_ATTR_S DumpAttr(const std::string& path, int o, int c) {
     std::strncpy(a.unAttr.stDump.acPath, path.c_str(), sizeof(a.unAttr.stDump.acPath) - 1);
     a.unAttr.stDump.s32ChnOffset = o;
     a.unAttr.stDump.s32ChnCnt = c;
+    return a;
+}
+inline ASTREAM_NODE_ATTR_S OutputAttr(int ao, int offset, int count, int source = -1, int dropFrames = -1) {
+    ASTREAM_NODE_ATTR_S a = NodeAttr(ASTREAM_NODE_TYPE_E_OUTPUT);
+    a.unAttr.stOutput = {ao, offset, count, source, ZN_FALSE, dropFrames};
     return a;
 }
 inline ASTREAM_ATTR_S StreamAttr(int ai, int workers, std::initializer_list<ASTREAM_NODE_ATTR_S> nodes = {}) {

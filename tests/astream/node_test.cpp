@@ -1,5 +1,4 @@
-// Channel and dump nodes: exact buffers and bInPlace for a table of records, the init
-// line, setCfg and destroy, refused records, dump files and enableDumpNode.
+// Channel and dump nodes: exact buffers, bInPlace, log lines, refused records, dump files.
 #include <algorithm>
 #include <climits>
 #include <cstdint>
@@ -53,9 +52,8 @@ struct ProcessVector {
 const ProcessVector kVectors[] = {
     // 4 channels split into a mono block and a 3-channel group: the whole result is in pOut.
     {4, 4, SplitAttr(0, 1, 3), Iota(16), {1, 5, 9, 13, 2, 3, 4, 6, 7, 8, 10, 11, 12, 14, 15, 16}, false},
-    // a + b = 2 < 8 >> 1: the two result blocks go back into pIn, the other blocks stay.
+    // a + b = 2 < 8 >> 1: the result goes back into pIn; a + b = C >> 1 (8, 7) completes pOut.
     {8, 4, SplitAttr(2, 1, 1), Iota(32), With(Iota(32), 8, {9, 11, 13, 15, 10, 12, 14, 16}), true},
-    // a + b equal to C >> 1 (8 and 7 channels) completes pOut.
     {8, 4, SplitAttr(1, 2, 2), Iota(32),
      With(Iota(32), 4, {5, 6, 9, 10, 13, 14, 17, 18, 7, 8, 11, 12, 15, 16, 19, 20}), false},
     {7, 1, SplitAttr(0, 1, 2), Iota(7), Iota(7), false},
@@ -65,14 +63,12 @@ const ProcessVector kVectors[] = {
     {8, 4, MergeAttr(2, 1, 1), With(Iota(32), 8, {9, 11, 13, 15, 10, 12, 14, 16}), Iota(32), true},
     {2, 4, SwapAttr({1, 0}), Iota(8), {5, 6, 7, 8, 1, 2, 3, 4}, false},
     {3, 2, SwapAttr({2, 0, 1}), Iota(6), {3, 4, 5, 6, 1, 2}, false},
-    {1, 3, SwapAttr({0}), Iota(3), Iota(3), false},
     // Block 0 named twice: the later source wins, block 1 keeps stale data.
     {2, 2, SwapAttr({0, 0}), Iota(4), {3, 4, kStale, kStale}, false},
-    // Target = (target + two group channels) / 3, truncated toward zero; no overflow at full scale.
+    // (target + group) / 3 truncated toward zero, no overflow; a target inside its group reads written ones.
     {3, 2, MixinAttr(0, 1, 2), {30, -7, 1, 2, 0, 0}, {11, -2, 1, 2, 0, 0}, true},
     {3, 2, MixinAttr(0, 1, 0), Iota(6), Iota(6), true},
     {3, 2, MixinAttr(0, 1, 2), {kLo, kLo, kLo, kLo, kHi, kHi}, {kLo, 10922, kLo, kLo, kHi, kHi}, true},
-    // The target inside its own group: frames in increasing order, 2 and 3 read written targets.
     {2, 4, MixinAttr(1, 0, 2), {3, 6, 9, 12, 30, 60, 90, 120}, {3, 6, 9, 12, 13, 27, 43, 94}, true},
 };
 
@@ -108,7 +104,6 @@ TEST_F(NodeTest, ChannelProcessVectors) {
         EXPECT_EQ(t.inPlace, inPlace);
         EXPECT_EQ(t.expect, t.inPlace ? in : out);
         EXPECT_EQ(t.inPlace ? t.expect : t.in, in) << "pIn is only read when the result goes to pOut";
-        // Destroyed: disabled, and process touches neither the buffers nor bInPlace.
         const Samples inBefore = in, outBefore = out;
         EXPECT_EQ(0, node->destroy());
         EXPECT_EQ(-1, node->process(P(in), P(out), inPlace) + node->_mbEnable);
@@ -118,14 +113,14 @@ TEST_F(NodeTest, ChannelProcessVectors) {
     }
 }
 
-// A refused record: init logs why and fails, the node is kept disabled, and process, even
-// forced on, touches neither buffer (ASan: nor anything outside them) nor the dump file.
+// A refused record: init logs why, the node stays disabled and, even forced on, touches nothing.
 TEST_F(NodeTest, RecordsOutsideTheBuffersAreRefused) {
     const struct {
         int chn;
         ASTREAM_NODE_ATTR_S attr;
         const char* message;
     } cases[] = {
+        // clang-format off
         {21, SwapAttr({0}), "SWAP node refused: 21 channels, the map holds 1..20"},
         {0, SwapAttr({0}), "SWAP node refused: 0 channels, the map holds 1..20"},
         {4, SwapAttr({0, 1, 2, 4}), "SWAP node refused: map[3] = 4 outside 4 channels"},
@@ -134,8 +129,7 @@ TEST_F(NodeTest, RecordsOutsideTheBuffersAreRefused) {
         {4, SplitAttr(0, -1, 2), "SPLIT node refused: offset 0, cnt a -1, cnt b 2 outside 4 channels"},
         {4, SplitAttr(1, 0, 0), "SPLIT node refused: offset 1, cnt a 0, cnt b 0 outside 4 channels"},
         {4, SplitAttr(2, 2, 1), "SPLIT node refused: offset 2, cnt a 2, cnt b 1 outside 4 channels"},
-        {4, SplitAttr(INT_MAX, 1, 1),
-         "SPLIT node refused: offset 2147483647, cnt a 1, cnt b 1 outside 4 channels"},
+        {4, SplitAttr(INT_MAX, 1, 1), "SPLIT node refused: offset 2147483647, cnt a 1, cnt b 1 outside 4 channels"},
         {0, SplitAttr(0, 1, 0), "SPLIT node refused: offset 0, cnt a 1, cnt b 0 outside 0 channels"},
         {4, MergeAttr(3, 1, 1), "MERGE node refused: offset 3, cnt a 1, cnt b 1 outside 4 channels"},
         {4, MergeAttr(0, INT_MAX, INT_MAX),
@@ -147,9 +141,9 @@ TEST_F(NodeTest, RecordsOutsideTheBuffersAreRefused) {
         {4, DumpAttr(DumpPath(), 3, 2), "DUMP node refused: offset 3, cnt 2 outside 4 channels"},
         {4, DumpAttr(DumpPath(), -1, 1), "DUMP node refused: offset -1, cnt 1 outside 4 channels"},
         {4, DumpAttr(DumpPath(), 0, -1), "DUMP node refused: offset 0, cnt -1 outside 4 channels"},
-        {4, DumpAttr(DumpPath(), INT_MAX, 2),
-         "DUMP node refused: offset 2147483647, cnt 2 outside 4 channels"},
+        {4, DumpAttr(DumpPath(), INT_MAX, 2), "DUMP node refused: offset 2147483647, cnt 2 outside 4 channels"},
         {0, DumpAttr(DumpPath(), 0, 0), "DUMP node refused: offset 0, cnt 0 outside 0 channels"},
+        // clang-format on
     };
     for (const auto& t : cases) {
         SCOPED_TRACE(t.message);
@@ -158,14 +152,11 @@ TEST_F(NodeTest, RecordsOutsideTheBuffersAreRefused) {
         FakeStream s(t.chn, 4);
         auto node = BuildNode(s, t.attr);
         ASSERT_NE(nullptr, node);
-        const std::string type = std::to_string(t.attr.eType);
+        const std::string failed =
+            "ASTREAM[0] pipeline node type[" + std::to_string(t.attr.eType) + "] init failed";
         EXPECT_EQ(1, log.Count({3, "init", std::string("ASTREAM[0] ") + t.message}));
-        log.ExpectInOrder(
-            {{3, "init", std::string("ASTREAM[0] ") + t.message},
-             {3, "AUDIO_ASTREAM_InitPipeline", "ASTREAM[0] pipeline node type[" + type + "] init failed"},
-             {6, "AUDIO_ASTREAM_InitPipeline", "ASTREAM[0] add node type[" + type + "]"}});
+        EXPECT_TRUE(log.Has({3, "AUDIO_ASTREAM_InitPipeline", failed}));
         EXPECT_EQ(ZN_FALSE, node->_mbEnable);
-        // Refused dump nodes run as nodes without a file: 0, with the data left in place.
         const bool dump = t.attr.eType == ASTREAM_NODE_TYPE_E_DEBUG_DUMP;
         Samples in(s.h.u32BufLen / 2 + 1, 1111), out(in.size(), 2222);
         for (tagZN_BOOL enable : {ZN_FALSE, ZN_TRUE}) {
@@ -181,8 +172,7 @@ TEST_F(NodeTest, RecordsOutsideTheBuffersAreRefused) {
     }
 }
 
-// Built disabled over an emptied file; enabled for ten periods, disabled for two, enabled
-// for one: the file holds the group of the eleven enabled periods, the close line their size.
+// The dump file, emptied at init, holds the group of the enabled periods only.
 TEST_F(NodeTest, DumpAppendsTheGroupOfEnabledPeriods) {
     const uint32_t frames = 8, block = frames * 2;
     WriteFileBytes(DumpPath(), Bytes(100, 7));
@@ -215,8 +205,7 @@ TEST_F(NodeTest, DumpAppendsTheGroupOfEnabledPeriods) {
                                 " closed, _mu32WriteLen:" + std::to_string(11 * 2 * block)}));
 }
 
-// enableDumpNode sets exactly the dump nodes of the named slot, to the value given; a free
-// slot and ids outside the table are logged and change nothing.
+// enableDumpNode sets the dump nodes of the named slot only; other ids change nothing.
 TEST_F(NodeTest, EnableDumpNodeWalksTheSlot) {
     FakeStream s(2, 4, 1);
     ASTREAM_ATTR_S attr = StreamAttr(

@@ -1,5 +1,4 @@
-// Frame periods from a file AI through swap, split, mixin and merge nodes into dump
-// files: exact bytes with one worker, every period intact with four.
+// File AI periods through channel nodes into dumps: exact with one worker, whole with four.
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -78,10 +77,7 @@ std::vector<Period> Sorted(std::vector<Period> got, const Period& filler) {
     return got;
 }
 
-// File AI 0 playing 20 periods through swap 1:0:3:2, split 0/1/3, a dump of the split's
-// second group, mixin, merge and a dump of the whole period. One worker: 48 filler
-// periods, the file transformed, then filler, byte for byte. Four workers may finish
-// periods out of order, but every period arrives whole and once.
+// One worker: filler, the file transformed, filler, byte for byte; four: each period once, whole.
 TEST(StreamDataTest, DumpsHoldEveryPeriodTransformed) {
     const Period kFiller = audiomw_test::ToSamples(std::vector<uint8_t>(kPeriodBytes, 0xA5));
     for (int workers : {1, 4}) {

@@ -1,7 +1,4 @@
-// The data path allocates nothing: every allocation of the process is counted while a
-// running stream moves frame periods from a file AI through channel and dump nodes,
-// from the return of AUDIO_ASTREAM_Start on (in sanitizer builds, from the first
-// delivered period: the runtime allocates its own records as the reader starts).
+// A running stream allocates nothing after Start (sanitizers: after the first period).
 #include <sys/stat.h>
 #include <time.h>
 
@@ -34,8 +31,7 @@ bool WaitForSize(const std::string& path, long bytes) {
     return false;
 }
 
-// No log capture here: it stores lines in strings. With one worker, then four (ring
-// entries met while still in a worker's hands), past the 48 filler and 100 file periods.
+// No log capture (it allocates). One worker, then four (entries still in a worker's hands).
 TEST(AllocTest, RunningStreamAllocatesNothingAfterStart) {
     std::atomic<bool> go{false};  // the counter sees allocations on other threads
     std::thread t([&] {

@@ -1,5 +1,4 @@
-// The output node and the line-in state: what reaches the AO per frame, the drop
-// counter, silence for a disconnected line-in, the GPIO check, the AO 0 recording.
+// The output node and the line-in state: AO bytes, drop counter, GPIO check, AO 0 recording.
 #include <tinyalsa/vcard.h>
 
 #include <list>
@@ -19,11 +18,7 @@ constexpr int kChn = 4;
 constexpr uint32_t kFrames = 160;
 constexpr uint32_t kBlock = kFrames * 2;
 
-ASTREAM_NODE_ATTR_S OutputAttr(int ao, int offset, int count, int source = -1, int dropFrames = -1) {
-    ASTREAM_NODE_ATTR_S a = astream_test::NodeAttr(ASTREAM_NODE_TYPE_E_OUTPUT);
-    a.unAttr.stOutput = {ao, offset, count, source, ZN_FALSE, dropFrames};
-    return a;
-}
+using astream_test::OutputAttr;
 
 // Standard output with each "name-line: " prefix reduced to "name: ".
 std::string Printed(audiomw_test::StdoutCapture& cap) {
@@ -88,8 +83,7 @@ class OutputNodeTest : public audiomw_test::AoTest {
     int16_t out[kChn * kFrames];
 };
 
-// Init enables the AO and logs, the pipeline's destroy disables it; an AO that cannot
-// open fails init, but the node stays and still processes.
+// Init enables the AO, destroy disables it; an AO that cannot open fails init, the node stays.
 TEST_F(OutputNodeTest, InitEnablesTheAoAndDestroyDisablesIt) {
     ASSERT_NE(nullptr, Build(OutputAttr(2, 0, 2)));
     EXPECT_EQ(1, AUDIO_AO_isReady(2));
@@ -116,9 +110,7 @@ TEST_F(OutputNodeTest, DropCounterActsOnAo1Only) {
     EXPECT_EQ(Group(2, 2, 5), SinkBytes(12, 0));
 }
 
-// A line-in group (source 1) to AO 0 follows the line-in state and the GPIO (1: pulled
-// out, which clears the state; -1: unreadable, which keeps it); to any other AO it is
-// always sent and the GPIO is never read.
+// Line-in to AO 0 follows the state and GPIO (1 clears it, -1 keeps it); other AOs always get it.
 TEST_F(OutputNodeTest, LineInStateAndGpioDecideWhatReachesTheAo) {
     const struct {
         int ao, gpio;
@@ -143,8 +135,7 @@ TEST_F(OutputNodeTest, LineInStateAndGpioDecideWhatReachesTheAo) {
     }
 }
 
-// A disconnected line-in sends silence to AO 0, zeroing its group in the scratch buffer
-// only, while the recording gets the data.
+// A disconnected line-in: silence to AO 0 (group zeroed in pOut only), data to the recording.
 TEST_F(OutputNodeTest, DisconnectedLineInSendsSilenceToAo0WhileTheRecordingGetsTheData) {
     root.SetMarker("/var/recordoutput");
     ASTREAM_NODE_S* node = Build(OutputAttr(0, 1, 2, 1));
@@ -162,8 +153,7 @@ TEST_F(OutputNodeTest, DisconnectedLineInSendsSilenceToAo0WhileTheRecordingGetsT
     EXPECT_EQ(Group(1, 2, 3), audiomw_test::ReadFileBytes(root.Path("/var/I2sOutput.pcm")));
 }
 
-// A state change reaches the registered node's setCfg, which takes only the connect flag;
-// an unchanged state does nothing. The debug marker traces each frame.
+// State changes reach setCfg, which takes only the connect flag; the debug marker traces frames.
 TEST_F(OutputNodeTest, StateChangesReachSetCfgWhichTakesOnlyTheConnectFlag) {
     auto* node = static_cast<ASTREAM_OUTPUT_NODE_S*>(Build(OutputAttr(0, 1, 2, 1, 7)));
     audiomw_test::StdoutCapture cap;
@@ -214,8 +204,7 @@ struct CountingAo : public AO_DEVICE_S {
     std::vector<int> writes;
 };
 
-// A group of 0 channels, at the start or at the end of the stream, is empty and inside
-// it: AO 0 is handed an empty write for it and the recording is opened as for any group.
+// A group of 0 channels at either end is inside: an empty write to AO 0, and recorded.
 TEST_F(OutputNodeTest, EmptyGroupIsSentAndRecorded) {
     root.SetMarker("/var/recordoutput");
     ASSERT_EQ(0, AUDIO_AO_Destroy(0));

@@ -1,5 +1,4 @@
-// Output nodes inside running streams: the line-in state changed from other threads
-// while workers process.
+// Output nodes in running streams while another thread changes the line-in state.
 #include <tinyalsa/vcard.h>
 
 #include <chrono>
@@ -17,11 +16,7 @@ using Bytes = std::vector<uint8_t>;
 
 constexpr uint32_t kFrames = 160;
 
-ASTREAM_NODE_ATTR_S OutputAttr(int ao, int offset, int count, int source = -1) {
-    ASTREAM_NODE_ATTR_S a = astream_test::NodeAttr(ASTREAM_NODE_TYPE_E_OUTPUT);
-    a.unAttr.stOutput = {ao, offset, count, source, ZN_FALSE, -1};
-    return a;
-}
+using astream_test::OutputAttr;
 
 class OutputStreamTest : public audiomw_test::AoTest {
   protected:
@@ -38,8 +33,7 @@ class OutputStreamTest : public audiomw_test::AoTest {
         BSP_ClearGpioOverrides();
         AoTest::TearDown();
     }
-    // File AI `id` of 2 channels, AO `id` on virtual card 10 + id (the node enables it),
-    // and stream `id` with these nodes.
+    // File AI `id`, AO `id` on card 10 + id, and stream `id` with these nodes.
     void StartStream(int id, std::initializer_list<ASTREAM_NODE_ATTR_S> nodes, int workers) {
         const std::string path = root.Dir() + "/in" + std::to_string(id) + ".pcm";
         audiomw_test::WriteFileBytes(path, audiomw_test::MakePattern(2, kFrames * 50, id + 1));
@@ -55,13 +49,11 @@ class OutputStreamTest : public audiomw_test::AoTest {
 
 TEST_F(OutputStreamTest, LineInToggledFromAnotherThreadWhileTwoStreamsRun) {
     root.SetMarker("/var/recordoutput");
-    // Both streams send their line-in group to AO 0 (and record it); stream 1 also feeds AO 1.
+    // Both streams send line-in to AO 0 (recorded); stream 1 also to AO 1.
     StartStream(0, {OutputAttr(0, 0, 2, 1)}, 2);
     StartStream(1, {OutputAttr(0, 0, 2, 1), OutputAttr(1, 0, 2, 1)}, 3);
 
-    // The application takes the line-in lock around each change, as the GPIO path inside
-    // the workers does; a lock-order fault would hang here, so the toggling runs against
-    // a deadline.
+    // Locked changes against the workers' GPIO path: a lock-order fault hangs, hence the deadline.
     auto toggler = std::async(std::launch::async, [] {
         for (int i = 0; i < 400; i++) {
             BSP_SetGpioOverride(14, i % 3 == 0 ? 1 : 0);
@@ -79,7 +71,6 @@ TEST_F(OutputStreamTest, LineInToggledFromAnotherThreadWhileTwoStreamsRun) {
     EXPECT_TRUE(audiomw_test::WaitFor([&] { return SinkBytes(11, 0).size() >= 60 * period; }));
     EXPECT_EQ(0, AUDIO_ASTREAM_Destroy(0) + AUDIO_ASTREAM_Destroy(1));
     EXPECT_EQ(0u, SinkBytes(10, 0).size() % period) << "a torn period reached AO 0";
-    // Removing the marker closes (and flushes) the recording at the next AO 0 frame.
     root.SetMarker("/var/recordoutput", false);
     ASTREAM_RecordOutputData(nullptr, 0);
     const size_t recorded = audiomw_test::ReadFileBytes(root.Path("/var/I2sOutput.pcm")).size();

@@ -1,6 +1,4 @@
-// The algorithm node with the PC voice-processing library allocates nothing per frame
-// once its instance exists: 4 microphones + 1 reference, 16 kHz, 256 frames, on the
-// silent and on the real reference path, the callback included.
+// The algorithm node on the PC voice library allocates nothing per frame, on both reference paths.
 #include <cmath>
 #include <vector>
 

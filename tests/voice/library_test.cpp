@@ -1,6 +1,4 @@
-// The PC voice-processing library's interface: refused geometries and arguments, every
-// rate and frame length, microphone levels, the version string, and the frame adapter
-// that turns any frame length into 10 ms chunks and back.
+// The PC voice library's interface and its frame adapter (any frame length to 10 ms chunks).
 #include <cstring>
 #include <regex>
 
@@ -47,8 +45,7 @@ TEST(VoiceLibrary, RefusesWhatItCannotProcess) {
     EXPECT_EQ(QX_AudioAlgGetVersion(nullptr, ver, 8) + QX_AudioAlgGetVersion(h, ver, 0), -2);
 }
 
-// Every rate at several frame lengths: each call writes exactly one frame into out,
-// reads the line-in blocks after the microphones, and answers 0 or 1.
+// Every rate and several frame lengths: one frame written, line-in read, result 0 or 1.
 TEST(VoiceLibrary, ProcessesEveryRateAndFrameLength) {
     const struct {
         int rate, frame, mics, lineIn;
@@ -73,8 +70,7 @@ TEST(VoiceLibrary, ProcessesEveryRateAndFrameLength) {
     }
 }
 
-// Full-scale square: 0 dBFS; a sine of half scale: -9.03 dBFS; silence: the floor. The
-// version is a letter, digits and an optional letter, cut to the buffer.
+// Square: 0 dBFS, half-scale sine: -9.03 dBFS, silence: the floor; the version cut to the buffer.
 TEST(VoiceLibrary, MicLevelsInDbfsAndVersion) {
     void* h = NewInstance(16000, 256, 3);
     std::vector<short> mic(3 * 256, 0), ref(256, 0), out(256);
@@ -100,9 +96,7 @@ TEST(VoiceLibrary, MicLevelsInDbfsAndVersion) {
     EXPECT_EQ(std::string(ver, 3), small);
 }
 
-// An identity processor through the adapter: the output is the input delayed by the
-// adapter's latency, sample for sample, for frame lengths shorter than, equal to, longer
-// than and unrelated to the chunk; every channel's chunk holds that channel's samples.
+// An identity processor through the adapter: output = input delayed by the latency, per channel.
 TEST(ChunkAdapterTest, NoSampleDroppedOrRepeated) {
     const struct {
         int frame, chunk, latency;

@@ -1,8 +1,4 @@
-// Quality of the PC voice-processing library on deterministic speech: echo return loss
-// enhancement with no near-end talker, the near-end talker kept during double talk, and
-// voice activity against known speech and silence. Each case prints what it measured.
-#include <cstdio>
-
+// Quality of the PC voice library on deterministic speech: ERLE, double talk, voice activity.
 #include "voice_test_util.h"
 
 namespace {
@@ -12,9 +8,7 @@ using namespace voice_test;
 constexpr int kRate = 16000;
 constexpr size_t kConverge = 2 * kRate;  // two seconds of convergence
 
-// Echo 6 dB below the far end through a decaying path, a -80 dBFS noise floor, no
-// near-end talker. ERLE: microphone energy over output energy after convergence. The
-// aim is 25 dB; the module reaches 45 to 52 dB here, so 35 dB leaves a margin.
+// ERLE after convergence, echo 6 dB down, -80 dBFS floor: aim 25 dB, reached 45-52, checked 35.
 TEST(VoiceQuality, EchoReturnLossEnhancementAfterConvergence) {
     const Signal far = LoadSpeech("far.raw");
     ASSERT_GT(far.size(), 8u * kRate) << "speech missing";
@@ -35,16 +29,11 @@ TEST(VoiceQuality, EchoReturnLossEnhancementAfterConvergence) {
         RunResult r = RunSignals(mics, far, kRate, c.frame);
         const size_t end = r.out.size();
         const double erle = 10 * std::log10(Energy(mics[0], kConverge, end) / Energy(r.out, kConverge, end));
-        std::printf("[quality] ERLE %-34s %6.1f dB\n", c.name, erle);
-        RecordProperty(c.name, std::to_string(erle));
         EXPECT_GT(erle, 35.0);
     }
 }
 
-// Far-end speech throughout, near-end speech from 3 s on, the echo 6 dB below the far
-// end: the output keeps the near-end talker. It lags the input by the adapter's latency
-// (128 samples for 256-sample frames, none for 10 ms frames) plus the module's own 208
-// samples: a sample dropped or repeated anywhere would move the lag.
+// Double talk keeps the near end, lagging by adapter latency (128 or 0) + 208: a lost sample moves it.
 TEST(VoiceQuality, DoubleTalkKeepsTheNearEndTalker) {
     const Signal far = LoadSpeech("far.raw"), nearTalk = LoadSpeech("near.raw");
     const size_t start = 3 * kRate;
@@ -74,18 +63,12 @@ TEST(VoiceQuality, DoubleTalkKeepsTheNearEndTalker) {
                 best = corr, bestLag = lag;
             }
         }
-        std::printf("[quality] double talk %-10s correlation with near end %.3f (lag %zu; microphone %.3f)\n",
-                    c.name, best, bestLag, Correlation(mics[0], nearPlaced, 0, from, to));
         EXPECT_GT(best, 0.7);
         EXPECT_EQ(bestLag, c.lag);
     }
 }
 
-// Near-end speech between two seconds of noise before and after. Speech frames: frames
-// whose clean speech is above -40 dBFS; silent frames: the noise before the speech and
-// from 300 ms after its end. With a far-end talker, its echo (6 dB below, 80 ms path)
-// runs through the whole signal and the silent frames start after two seconds of
-// convergence.
+// VAD: speech frames above -40 dBFS vs noise before and 300 ms after; echo cases skip convergence.
 TEST(VoiceQuality, VoiceActivityDetectionAndFalseAlarms) {
     const Signal talk = LoadSpeech("near.raw"), far = LoadSpeech("far.raw");
     const size_t lead = 2 * kRate, frame = 256;
@@ -129,9 +112,6 @@ TEST(VoiceQuality, VoiceActivityDetectionAndFalseAlarms) {
         ASSERT_GT(speech, 100);
         ASSERT_GT(silent, 100);
         const double detection = 100.0 * detected / speech, falseAlarm = 100.0 * alarms / silent;
-        std::printf(
-            "[quality] VAD %-24s speech frames %d detected %5.1f %%, silent frames %d flagged %5.1f %%\n",
-            c.name, speech, detection, silent, falseAlarm);
         EXPECT_GT(detection, c.minDetection);
         EXPECT_LT(falseAlarm, c.maxFalseAlarm);
     }

@@ -1,5 +1,4 @@
-// Signals and measures of the voice-library tests: speech files, a synthetic echo path,
-// a run of whole signals through the library, energies and correlation.
+// Signals and measures of the voice-library tests.
 #ifndef AUDIOMW_TESTS_VOICE_VOICE_TEST_UTIL_H
 #define AUDIOMW_TESTS_VOICE_VOICE_TEST_UTIL_H
 
@@ -59,8 +58,7 @@ inline Signal Mix(Signal a, const Signal& b, double gain = 1.0) {
     return a;
 }
 
-// The echo of `far` through a room-like path (`delay` samples of nothing, then noise
-// decaying by 60 dB over `tail` samples), `dbBelow` dB below the far end.
+// `far` through `delay` silent samples and noise decaying 60 dB over `tail`, `dbBelow` dB down.
 inline Signal Echo(const Signal& far, uint64_t seed, int delay, int tail, double dbBelow = 6.0) {
     Noise n(seed);
     Signal h(static_cast<size_t>(delay + tail), 0.0), y(far.size(), 0.0);
@@ -91,8 +89,7 @@ inline int16_t ToS16(double v) {
     return static_cast<int16_t>(std::lround(std::clamp(v, -32768.0, 32767.0)));
 }
 
-// The library has no destroy function: instances live as long as the process. Holding
-// them keeps them reachable for the leak checker.
+// The library has no destroy function: instances are kept reachable for the leak checker.
 inline void* NewInstance(int rate, int frame, int mics, int lineIn = 0) {
     static auto* kept = new std::vector<void*>;
     QX_AUDIO_ALG_PARAM_S p{};
