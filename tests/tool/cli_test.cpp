@@ -110,7 +110,6 @@ const CliCase kCases[] = {
     {"no_command", {}, 2, {"usage: audiomw COMMAND"}},
     {"unknown_command", {"play"}, 2, {"audiomw: unknown command 'play'"}},
     {"run_help", {"run", "--help"}, 0, {"usage: audiomw run CONFIG.xml", "--switch SECONDS:SLOT=NAME"}},
-    {"run_without_config", {"run"}, 2, {"usage: audiomw run"}},
     {"run_bad_switch", {"run", "cfg.xml", "--switch", "soon"}, 2, {"audiomw run: bad --switch 'soon'"}},
     {"run_bad_line_in", {"run", "cfg.xml", "--line-in", "1:2"}, 2, {"audiomw run: bad --line-in '1:2'"}},
     {"run_missing_file", {"run", "none.xml", "--seconds", "0.1"}, 1, {"audiomw run: cannot copy none.xml"}},
