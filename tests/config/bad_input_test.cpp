@@ -1,9 +1,6 @@
-// Files as they are found on devices after hand edits: cut short, huge, with megabyte
-// values. Every load returns 0 or -1 and keeps every field within its bounds (the asan
-// preset checks the reads).
-#include <fstream>
-#include <sstream>
-
+// Files as they are found on devices after hand edits: huge, with megabyte values. Every
+// load keeps every field within its bounds (the asan preset checks the reads); files cut
+// short are in the loaders' failure table and in the fuzzers' corpus.
 #include "config_test_util.h"
 
 namespace {
@@ -68,33 +65,6 @@ TEST_F(ConfigTest, MegabyteValuesStayWithinTheirFields) {
               {UTIL_LOG_WARN, st,
                "Ignore bad <Node type=\"Dump\" Path=\"" + m63 + "\" ChnOffset=\"0\" ChnCnt=\"-1\"/>"},
               {UTIL_LOG_WARN, st, "Node 2 ignored because unknown Type \"" + m64 + "\""}});
-}
-
-// Every prefix of a real configuration loads or fails cleanly; a prefix never yields
-// more sections than the whole file has.
-TEST_F(ConfigTest, EveryPrefixOfARealFileLoadsOrFails) {
-    std::stringstream whole;
-    whole << std::ifstream(std::string(AUDIOMW_FUZZ_CORPUS) + "/voice_device.xml").rdbuf();
-    const std::string text = whole.str();
-    ASSERT_GT(text.size(), 1000u);
-    int loaded = 0;
-    for (size_t len = 0; len <= text.size(); len += 5) {
-        WriteConfig(text.substr(0, len));
-        std::list<tagAI_XML_CFG_S> ai;
-        std::list<tagAO_XML_CFG_S> ao;
-        std::list<tagASTREAM_XML_CFG_S> streams;
-        int r1 = AUDIO_AI_LoadFromConfig(ai), r2 = AUDIO_AO_LoadFromConfig(ao);
-        int r3 = AUDIO_ASTREAM_LoadFromConfig(ai, ao, streams);
-        ASSERT_TRUE(r1 == r2 && r2 == r3 && (r1 == 0 || r1 == -1)) << len;
-        EXPECT_LE(ai.size(), 3u);
-        EXPECT_LE(streams.size(), 2u);
-        loaded += r1 == 0 ? 1 : 0;
-    }
-    WriteConfig(text);
-    std::list<tagAI_XML_CFG_S> ai;
-    EXPECT_EQ(0, AUDIO_AI_LoadFromConfig(ai));
-    EXPECT_EQ(3u, ai.size());
-    EXPECT_LE(loaded, 2) << "only (nearly) the whole file parses";
 }
 
 }  // namespace

@@ -27,8 +27,6 @@ TEST(Loopback, ParamsAnswerTheDriversRanges) {
         EXPECT_GE(pcm_params_get_max(params, PCM_PARAM_SAMPLE_BITS), 32u);
         pcm_params_free(params);
     }
-    EXPECT_EQ(nullptr, pcm_params_get(kCard, 5, PCM_OUT));
-    EXPECT_EQ(nullptr, pcm_params_get(7, 0, PCM_IN));
 }
 
 struct LoopCase {
@@ -66,16 +64,15 @@ TEST_P(LoopbackBytes, ArriveExactlyAsPlayed) {
     EXPECT_EQ(0, pcm_get_underruns(capture.get()));
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    RatesChannelsFormats, LoopbackBytes,
-    ::testing::Values(LoopCase{16000, 1, PCM_FORMAT_S16_LE}, LoopCase{16000, 2, PCM_FORMAT_S16_LE},
-                      LoopCase{16000, 8, PCM_FORMAT_S16_LE}, LoopCase{48000, 1, PCM_FORMAT_S16_LE},
-                      LoopCase{48000, 2, PCM_FORMAT_S16_LE}, LoopCase{48000, 8, PCM_FORMAT_S16_LE},
-                      LoopCase{48000, 2, PCM_FORMAT_S32_SLOT_LE}),
-    [](const ::testing::TestParamInfo<LoopCase>& info) {
-        return std::to_string(info.param.rate) + "Hz_" + std::to_string(info.param.channels) + "ch_format" +
-               std::to_string(static_cast<int>(info.param.format));
-    });
+INSTANTIATE_TEST_SUITE_P(RatesChannelsFormats, LoopbackBytes,
+                         ::testing::Values(LoopCase{16000, 1, PCM_FORMAT_S16_LE},
+                                           LoopCase{48000, 8, PCM_FORMAT_S16_LE},
+                                           LoopCase{48000, 2, PCM_FORMAT_S32_SLOT_LE}),
+                         [](const ::testing::TestParamInfo<LoopCase>& info) {
+                             return std::to_string(info.param.rate) + "Hz_" +
+                                    std::to_string(info.param.channels) + "ch_format" +
+                                    std::to_string(static_cast<int>(info.param.format));
+                         });
 
 bool HasTimestamp(pcm* handle) {
     unsigned int avail = 0;
@@ -113,6 +110,7 @@ TEST(Loopback, XrunIsCountedAndRecovered) {
     }
 }
 
+// What the driver refuses (missing nodes and unsupported modes are in the host's tests).
 TEST(Loopback, RefusedConfigurationsWithTinyalsasText) {
     pcm_config silence = Config(2, 48000, 480, 4);
     silence.silence_threshold = 480 * 5;
@@ -126,15 +124,7 @@ TEST(Loopback, RefusedConfigurationsWithTinyalsasText) {
         {kPlayback, PCM_OUT, Config(33, 48000, 480), hw},
         {kCapture, PCM_IN, Config(2, 4000, 480), hw},
         {kPlayback, PCM_OUT, Config(2, 48000, 480, 0), hw},
-        {kPlayback, PCM_OUT, Config(2, 48000, 480, 4, static_cast<pcm_format>(42)),
-         "cannot set hw params (format 42 not offered): Invalid argument"},
         {kPlayback, PCM_OUT, silence, "cannot set sw params: Invalid argument"},
-        {6, PCM_OUT, Config(2, 48000, 480),
-         "cannot open device '/dev/snd/pcmC0D6p': No such file or directory"},
-        {kCapture, PCM_IN | PCM_MMAP, Config(2, 48000, 480),
-         "cannot open device '/dev/snd/pcmC0D1c' (PCM_MMAP not supported): Invalid argument"},
-        {kPlayback, PCM_OUT | PCM_NONBLOCK, Config(2, 48000, 480),
-         "cannot open device '/dev/snd/pcmC0D0p' (PCM_NONBLOCK not supported): Invalid argument"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.error);

@@ -1,12 +1,12 @@
 // audiomw check: each finding from a small configuration, with its exact line.
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <string>
 #include <vector>
 
 #include "config_checker.h"
+#include "test_support.h"
 
 namespace audiomw_tool {
 namespace {
@@ -33,14 +33,11 @@ struct CheckCase {
     std::vector<std::string> expected;
 };
 
-const char kE[] = "f.xml:6: error: stream 'S': ";
-const char kW[] = "f.xml:6: warning: stream 'S': ";
-
 std::string E6(const std::string& text) {
-    return kE + text;
+    return "f.xml:6: error: stream 'S': " + text;
 }
 std::string W6(const std::string& text) {
-    return kW + text;
+    return "f.xml:6: warning: stream 'S': " + text;
 }
 
 std::vector<CheckCase> StreamCases() {
@@ -59,12 +56,6 @@ std::vector<CheckCase> StreamCases() {
          Stream("<Node Type='Split' ChnOffset='0' ChnCntA='2' ChnCntB='2'/><Node Type='Output' AoId='1' "
                 "ChnOffset='0' ChnCnt='2'/>"),
          {E6("Output node: sends a 2-channel group to AO 1, which takes 1 channels")}},
-        {"unknown AO",
-         Stream("<Node Type='Output' AoId='3' ChnOffset='0' ChnCnt='4'/>"),
-         {E6("Output node: AO 3 is not configured")}},
-        {"swap map not a permutation",
-         Stream("<Node Type='Swap' Map='1:0:3:3'/>"),
-         {E6("Swap node: Map is not a permutation: block 2 receives nothing")}},
         {"swap map entry outside",
          Stream("<Node Type='Swap' Map='1:0:2:4'/>"),
          {E6("Swap node: Map entry 3 is 4, outside 0..3")}},
@@ -122,9 +113,6 @@ std::vector<CheckCase> StreamCases() {
         {"dump folder missing",
          Stream("<Node Type='Dump' Path='/no/such/folder/d.pcm' ChnOffset='0' ChnCnt='4'/>"),
          {W6("Dump node: folder of /no/such/folder/d.pcm does not exist; nothing is dumped")}},
-        {"dump past the buffer",
-         Stream("<Node Type='Dump' Path='d.pcm' ChnOffset='0' ChnCnt='5'/>"),
-         {E6("Dump node: the group at 0 with 5 channels lies outside the 4 channel blocks")}},
     };
 }
 
@@ -134,9 +122,6 @@ std::vector<CheckCase> SectionCases() {
         {"workers outside 1..4",
          Stream("", "Id='0' Name='S' AiId='0' Worker='5'"),
          {f + "5: error: stream 'S': Worker 5 outside 1..4"}},
-        {"workers missing",
-         Stream("", "Id='0' Name='S' AiId='0'"),
-         {f + "5: error: stream 'S': Worker 0 outside 1..4"}},
         {"unknown AI",
          Stream("", "Id='0' Name='S' AiId='6' Worker='1'"),
          {f + "5: error: stream 'S': AI 6 is not configured"}},
@@ -265,16 +250,13 @@ INSTANTIATE_TEST_SUITE_P(Loader, CheckTable, ::testing::ValuesIn(LoaderCases()),
 
 TEST(CheckDump, RelativePathIsTakenFromTheBaseFolder) {
     std::string xml = Stream("<Node Type='Dump' Path='sub/d.pcm' ChnOffset='0' ChnCnt='4'/>");
-    std::filesystem::path base =
-        std::filesystem::temp_directory_path() / ("audiomw-check-" + std::to_string(getpid()));
-    std::filesystem::create_directories(base);
+    audiomw_test::ScratchRoot base;
     int errors = 0;
     EXPECT_EQ(
-        CheckConfigText(xml, "f.xml", base.string(), &errors),
+        CheckConfigText(xml, "f.xml", base.Dir(), &errors),
         std::vector<std::string>{W6("Dump node: folder of sub/d.pcm does not exist; nothing is dumped")});
-    std::filesystem::create_directories(base / "sub");
-    EXPECT_TRUE(CheckConfigText(xml, "f.xml", base.string(), &errors).empty());
-    std::filesystem::remove_all(base);
+    std::filesystem::create_directories(base.Path("/sub"));
+    EXPECT_TRUE(CheckConfigText(xml, "f.xml", base.Dir(), &errors).empty());
 }
 
 }  // namespace
