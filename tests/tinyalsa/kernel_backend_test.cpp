@@ -63,8 +63,6 @@ INSTANTIATE_TEST_SUITE_P(
                     "cannot open device '/dev/snd/pcmC17D3c': No such file or directory"},
         RefusalCase{"DefaultConfig", PCM_OUT, 0, true,
                     "cannot open device '/dev/snd/pcmC17D3p': No such file or directory"},
-        RefusalCase{"FormatSlot32", PCM_IN, PCM_FORMAT_S32_SLOT_LE, false,
-                    "cannot open device '/dev/snd/pcmC17D3c': No such file or directory"},
         RefusalCase{"MmapMode", PCM_OUT | PCM_MMAP, PCM_FORMAT_S16_LE, false,
                     "cannot open device '/dev/snd/pcmC17D3p' (PCM_MMAP not supported): Invalid argument"},
         RefusalCase{"NoIrqMode", PCM_IN | PCM_NOIRQ, PCM_FORMAT_S16_LE, false,
