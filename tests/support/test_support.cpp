@@ -19,11 +19,29 @@
 
 namespace audiomw_test {
 
-ScratchRoot::ScratchRoot() {
+namespace {
+
+// A writable template "$TMPDIR/audiomw-<what>-XXXXXX" for mkdtemp and mkstemp.
+std::vector<char> TempTemplate(const char* what) {
     const char* base = std::getenv("TMPDIR");
-    std::string tmpl = std::string(base && *base ? base : "/tmp") + "/audiomw-test-XXXXXX";
+    std::string tmpl = std::string(base && *base ? base : "/tmp") + "/audiomw-" + what + "-XXXXXX";
     std::vector<char> buf(tmpl.begin(), tmpl.end());
     buf.push_back('\0');
+    return buf;
+}
+
+int16_t PatternSample(uint32_t seed, int channel, uint32_t frame) {
+    uint32_t v = seed * 0x9E3779B1u + static_cast<uint32_t>(channel) * 0x85EBCA77u + frame * 0xC2B2AE3Du;
+    v ^= v >> 15;
+    v *= 0x2C1B3C6Du;
+    v ^= v >> 12;
+    return static_cast<int16_t>(v & 0xFFFF);
+}
+
+}  // namespace
+
+ScratchRoot::ScratchRoot() {
+    std::vector<char> buf = TempTemplate("test");
     if (mkdtemp(buf.data()) == nullptr) {
         ADD_FAILURE() << "mkdtemp failed: " << std::strerror(errno);
         return;
@@ -160,10 +178,7 @@ void LogCapture::Clear() {
 }
 
 StdoutCapture::StdoutCapture() {
-    const char* base = std::getenv("TMPDIR");
-    std::string tmpl = std::string(base && *base ? base : "/tmp") + "/audiomw-stdout-XXXXXX";
-    std::vector<char> buf(tmpl.begin(), tmpl.end());
-    buf.push_back('\0');
+    std::vector<char> buf = TempTemplate("stdout");
     int fd = mkstemp(buf.data());
     if (fd < 0) {
         ADD_FAILURE() << "mkstemp failed";
@@ -200,14 +215,6 @@ std::string StdoutCapture::Stop() {
     std::remove(m_path.c_str());
     m_stopped = true;
     return m_text;
-}
-
-int16_t PatternSample(uint32_t seed, int channel, uint32_t frame) {
-    uint32_t v = seed * 0x9E3779B1u + static_cast<uint32_t>(channel) * 0x85EBCA77u + frame * 0xC2B2AE3Du;
-    v ^= v >> 15;
-    v *= 0x2C1B3C6Du;
-    v ^= v >> 12;
-    return static_cast<int16_t>(v & 0xFFFF);
 }
 
 std::vector<uint8_t> MakePattern(int channels, uint32_t frames, uint32_t seed, uint32_t firstFrame) {
