@@ -183,18 +183,6 @@ INSTANTIATE_TEST_SUITE_P(Cards, AoInitTest, ::testing::ValuesIn(kInitCases),
 
 using AoAlsaTest = AoTest;
 
-// A refused pcm_open is reported with tinyalsa's text after both converters were made;
-// all is released (ASan sees no leak) and the output opens once the card accepts.
-TEST_F(AoAlsaTest, RefusedPcmOpenReleasesAndCanBeRetried) {
-    LoadCards("pcm card=1 device=2 dir=playback channels=1 rates=8000 open-error=\"device is busy\"");
-    EXPECT_FALSE(CreateEnabled(0, AlsaAoAttr(1, 2, 16000, 2, 160)));
-    EXPECT_EQ((Logged{3, "init", "AO[0] Open Alsa 1:2 failed. device is busy"}), log.All().back());
-    EXPECT_EQ(1u, Counters(1, 2).failed_opens);
-    ASSERT_EQ(0, vcard_set_faults(1, 2, VCARD_PLAYBACK, nullptr));
-    EXPECT_EQ(0, AUDIO_AO_SetEnable(0, ZN_FALSE) + AUDIO_AO_SetEnable(0, ZN_TRUE));
-    EXPECT_EQ(ZN_TRUE, AUDIO_AO_isReady(0));
-}
-
 // Six failures in a row log five warnings with the frames handed to the card (the
 // resampler's output); the next good write logs one recovery. A new run is logged again,
 // and a reopen starts the count over.
