@@ -21,7 +21,7 @@ namespace audiomw_test {
 
 namespace {
 
-// A writable template "$TMPDIR/audiomw-<what>-XXXXXX" for mkdtemp and mkstemp.
+// "$TMPDIR/audiomw-<what>-XXXXXX", writable, for mkdtemp and mkstemp.
 std::vector<char> TempTemplate(const char* what) {
     const char* base = std::getenv("TMPDIR");
     std::string tmpl = std::string(base && *base ? base : "/tmp") + "/audiomw-" + what + "-XXXXXX";
@@ -36,6 +36,23 @@ int16_t PatternSample(uint32_t seed, int channel, uint32_t frame) {
     v *= 0x2C1B3C6Du;
     v ^= v >> 12;
     return static_cast<int16_t>(v & 0xFFFF);
+}
+
+// Splits "[func:line] message" into func and message; a line without the prefix keeps
+// an empty func.
+void SplitPrefix(const std::string& text, std::string& func, std::string& message) {
+    func.clear();
+    message = text;
+    if (text.size() < 2 || text[0] != '[') {
+        return;
+    }
+    size_t end = text.find("] ");
+    size_t colon = text.rfind(':', end);
+    if (end == std::string::npos || colon == std::string::npos || colon == 0) {
+        return;
+    }
+    func = text.substr(1, colon - 1);
+    message = text.substr(end + 2);
 }
 
 }  // namespace
@@ -80,31 +97,6 @@ LogCapture::~LogCapture() {
     UTIL_LOG_SetThreshold(6);
 }
 
-namespace {
-
-// Splits "[func:line] message" into func and message; a line without the prefix keeps
-// an empty func.
-void SplitPrefix(const std::string& text, std::string& func, std::string& message) {
-    func.clear();
-    message = text;
-    if (text.size() < 2 || text[0] != '[') {
-        return;
-    }
-    size_t end = text.find("] ");
-    size_t colon = text.rfind(':', end);
-    if (end == std::string::npos || colon == std::string::npos || colon == 0) {
-        return;
-    }
-    func = text.substr(1, colon - 1);
-    message = text.substr(end + 2);
-}
-
-bool Matches(const LogLine& l, const Logged& want) {
-    return l.level == want.level && l.func == want.func && l.message == want.message;
-}
-
-}  // namespace
-
 std::ostream& operator<<(std::ostream& os, const Logged& l) {
     return os << l.level << " " << l.func << ": \"" << l.message << "\"";
 }
@@ -130,21 +122,15 @@ void LogCapture::Sink(int level, const char* line, void* ctx) {
 }
 
 int LogCapture::Count(const Logged& want) const {
-    int n = 0;
-    for (const auto& l : Lines()) {
-        n += Matches(l, want) ? 1 : 0;
-    }
-    return n;
+    auto lines = All();
+    return static_cast<int>(std::count(lines.begin(), lines.end(), want));
 }
 
 int LogCapture::IndexOf(const Logged& want, int from) const {
-    auto lines = Lines();
-    for (int i = std::max(from, 0); i < static_cast<int>(lines.size()); i++) {
-        if (Matches(lines[i], want)) {
-            return i;
-        }
-    }
-    return -1;
+    auto lines = All();
+    auto at =
+        std::find(lines.begin() + std::clamp(from, 0, static_cast<int>(lines.size())), lines.end(), want);
+    return at == lines.end() ? -1 : static_cast<int>(at - lines.begin());
 }
 
 void LogCapture::ExpectInOrder(std::initializer_list<Logged> want) const {
@@ -161,8 +147,8 @@ void LogCapture::ExpectInOrder(std::initializer_list<Logged> want) const {
 
 std::string LogCapture::Dump() const {
     std::ostringstream out;
-    for (const auto& l : Lines()) {
-        out << "  " << Logged{l.level, l.func, l.message} << "\n";
+    for (const auto& l : All()) {
+        out << "  " << l << "\n";
     }
     return out.str();
 }
