@@ -55,15 +55,7 @@ int main(int argc, char** argv) {
     if (f == nullptr || std::fwrite(file.data(), 1, file.size(), f) != file.size() || std::fclose(f) != 0) {
         return Fail("cannot write the input file");
     }
-
-    AI_ATTR_S attr;
-    std::memset(&attr, 0, sizeof(attr));
-    attr.eType = AI_DEV_TYPE_FILE;
-    std::strcpy(attr.acFilePath, "consumer.pcm");
-    attr.bEnable = ZN_TRUE;
-    attr.eSampleRate = AI_SAMPLE_RATE_16000;
-    attr.s32Channel = 2;
-    attr.s32FrameLen = 160;
+    AI_ATTR_S attr = {AI_DEV_TYPE_FILE, "consumer.pcm", ZN_TRUE, AI_SAMPLE_RATE_16000, 2, 160, 0, ZN_FALSE};
     if (AUDIO_AI_Create(3, &attr) != 0 || AUDIO_AI_SetAttr(3, &attr) != 0 || AUDIO_AI_Open(3) != 0) {
         return Fail("create/set/open failed");
     }

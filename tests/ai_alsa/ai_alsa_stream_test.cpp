@@ -1,21 +1,12 @@
 // One stream end to end: an ALSA AI on a virtual capture card that lacks the requested
 // rate, through a split node to an output node; the playback card's memory sink must
 // hold channel 1 of the resampled capture, exactly.
-#include <tinyalsa/vcard.h>
-
 #include "../astream/astream_test_util.h"
 #include "ai_capture_util.h"
-#include "audio_ao.h"
 
 namespace {
 
 using namespace audiomw_test;
-
-Bytes SinkBytes(unsigned int card) {
-    Bytes b(static_cast<size_t>(std::max(0L, vcard_memory_size(card, 0))));
-    vcard_memory_read(card, 0, 0, b.data(), b.size());
-    return b;
-}
 
 class AlsaStreamTest : public CaptureTest {
   protected:
@@ -34,12 +25,7 @@ TEST_F(AlsaStreamTest, ResampledCaptureReachesThePlaybackCardExactly) {
         "pcm card=10 dir=playback channels=1 rates=16000 sink=memory");
     AI_ATTR_S ai = AlsaAi(0, 0, 16000, 2, 160, false);  // the stream enables it
     ASSERT_EQ(0, AUDIO_AI_Create(0, &ai));
-    AO_ATTR_S ao;
-    std::memset(&ao, 0, sizeof(ao));
-    ao.stAlsaDev.s32CardId = 10;
-    ao.eSampleRate = AI_SAMPLE_RATE_16000;
-    ao.s32Channel = 1;
-    ao.s32FrameSize = 160;
+    AO_ATTR_S ao = AlsaAoAttr(10, 0, 16000, 1, 160);
     ASSERT_EQ(0, AUDIO_AO_Create(0, &ao));
     ASTREAM_NODE_ATTR_S output = astream_test::NodeAttr(ASTREAM_NODE_TYPE_E_OUTPUT);
     output.unAttr.stOutput = {0, 1, 1, -1, ZN_FALSE, -1};
@@ -48,13 +34,13 @@ TEST_F(AlsaStreamTest, ResampledCaptureReachesThePlaybackCardExactly) {
     ASSERT_EQ(0, AUDIO_ASTREAM_Start(0));
 
     const int periods = 50;
-    ASSERT_TRUE(WaitFor([&] { return SinkBytes(10).size() >= periods * 320u; }));
+    ASSERT_TRUE(WaitFor([&] { return SinkBytes(10, 0).size() >= periods * 320u; }));
     ASSERT_EQ(0, AUDIO_ASTREAM_Stop(0));
     std::vector<int16_t> both = ToSamples(ExpectedCapture(2, 48000, 2, 16000, 160, periods)), right;
     for (size_t i = 1; i < both.size(); i += 2) {
         right.push_back(both[i]);
     }
-    Bytes sink = SinkBytes(10);
+    Bytes sink = SinkBytes(10, 0);
     sink.resize(periods * 320u);
     EXPECT_EQ(ToBytes(right), sink);
     AI_ATTR_S got;

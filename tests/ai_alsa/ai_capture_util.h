@@ -1,5 +1,5 @@
-// Capture-side helpers shared by the ALSA, combo and allocation tests: records, virtual
-// capture cards, reads and the blocks a pattern card should give.
+// Capture-side helpers shared by the ALSA, combo and allocation tests: records, reads and
+// the blocks a pattern card should give. The card helpers are the output tests'.
 #ifndef AUDIOMW_TESTS_AI_ALSA_AI_CAPTURE_UTIL_H
 #define AUDIOMW_TESTS_AI_ALSA_AI_CAPTURE_UTIL_H
 
@@ -10,12 +10,11 @@
 #include <string>
 #include <vector>
 
+#include "../ao/ao_test_util.h"
 #include "audio_ai.h"
-#include "test_support.h"
 
 namespace audiomw_test {
 
-using Bytes = std::vector<uint8_t>;
 using Lines = std::vector<Logged>;
 
 inline AI_ATTR_S AlsaAi(int card, int device, int rate, int channels, int frames, bool enable = true) {
@@ -35,10 +34,6 @@ inline AI_ATTR_S AlsaAi(int card, int device, int rate, int channels, int frames
 // pcm_handle_count.cpp standing in front of tinyalsa's two functions (ALSA program only).
 // The virtual cards keep every handle reachable, so a dropped handle is no leak to ASan.
 int LivePcmHandles();
-
-inline void LoadCards(const std::string& text) {
-    ASSERT_EQ(0, vcard_load_text(text.c_str(), "cards")) << vcard_last_error();
-}
 
 inline vcard_counters CaptureCounters(unsigned int card, unsigned int device = 0) {
     vcard_counters c{};

@@ -1,6 +1,6 @@
 // Rematrix kernels: the reference against the mapping rule written out here, and every
-// optimised kernel against the reference, byte for byte, over shapes, frame counts that
-// straddle the vector widths, and misaligned buffers.
+// kernel against the reference, byte for byte, over shapes, frame counts that straddle
+// the vector widths, and misaligned buffers.
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -51,19 +51,6 @@ std::vector<uint8_t> WithGuard(std::vector<uint8_t> bytes) {
     return bytes;
 }
 
-TEST(RematrixReference, FollowsTheMappingRule) {
-    for (int inChn = 1; inChn <= 8; inChn++) {
-        for (int outChn = 0; outChn <= 8; outChn++) {
-            for (int frames : {1, 5, 64}) {
-                std::vector<uint8_t> in = MakePattern(inChn, frames, uint32_t(inChn * 16 + outChn));
-                EXPECT_EQ(RunKernel(audiomw::RematrixReference, in, frames, inChn, outChn, 0, 0),
-                          WithGuard(ByRule(in, frames, inChn, outChn)))
-                    << inChn << "=>" << outChn << " frames " << frames;
-            }
-        }
-    }
-}
-
 void ExpectEqualToReference(const Kernel& kernel, const char* name) {
     for (int inChn = 1; inChn <= 8; inChn++) {
         for (int outChn = 0; outChn <= 8; outChn++) {
@@ -72,6 +59,8 @@ void ExpectEqualToReference(const Kernel& kernel, const char* name) {
                     MakePattern(inChn, frames, uint32_t(frames * 64 + inChn * 8 + outChn));
                 std::vector<uint8_t> expected =
                     RunKernel(audiomw::RematrixReference, in, frames, inChn, outChn, 0, 0);
+                ASSERT_EQ(WithGuard(ByRule(in, frames, inChn, outChn)), expected)
+                    << "reference " << inChn << "=>" << outChn << " frames " << frames;
                 for (size_t inOffset : {0, 1, 2, 6}) {
                     for (size_t outOffset : {0, 1, 3}) {
                         ASSERT_EQ(RunKernel(kernel, in, frames, inChn, outChn, inOffset, outOffset), expected)

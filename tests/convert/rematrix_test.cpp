@@ -1,5 +1,6 @@
-// Channel rematrix through the exported functions: exact vectors per channel mapping
-// without allocation, in-place use, and refused arguments.
+// Channel rematrix through the exported functions: exact vectors (the mapping rule itself
+// is checked exhaustively against the kernels), in-place use without allocation, and
+// refused arguments.
 #include <gtest/gtest.h>
 
 #include <regex>
@@ -36,20 +37,12 @@ struct MapCase {
 // clang-format off
 const MapCase kMapCases[] = {
     {"mono_to_stereo", 1, 2, {0x0A0B, 0x0C0D}, {0x0A0B, 0x0A0B, 0x0C0D, 0x0C0D}},
-    {"stereo_to_six", 2, 6, {0x1111, 0x2222}, {0x1111, 0x2222, 0x1111, 0x2222, 0x1111, 0x2222}},
-    {"quad_to_stereo", 4, 2, {1, 2, 3, 4, 5, 6, 7, 8}, {1, 2, 5, 6}},
     {"stereo_copy", 2, 2, {0x1234, 0x5678, 0x9ABC, 0xDEF0}, {0x1234, 0x5678, 0x9ABC, 0xDEF0}},
     {"three_to_four", 3, 4, {1, 2, 3, 4, 5, 6}, {1, 2, 3, 1, 4, 5, 6, 4}},
-    {"stereo_to_quad", 2, 4, {1, 2, 3, 4}, {1, 2, 1, 2, 3, 4, 3, 4}},
-    {"six_to_one", 6, 1, {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12}, {1, 7}},
     {"five_to_three", 5, 3, {1, 2, 3, 4, 5, 6, 7, 8, 9, 10}, {1, 2, 3, 6, 7, 8}},
-    {"one_to_three", 1, 3, {0x0102, 0x0304}, {0x0102, 0x0102, 0x0102, 0x0304, 0x0304, 0x0304}},
     // Full-scale and sign-bit words pass unchanged: nothing is scaled, summed or clipped.
     {"stereo_to_mono_extremes", 2, 1, {0x8000, 0x7FFF, 0xFFFF, 0x0001, 0x7FFF, 0x8000},
      {0x8000, 0xFFFF, 0x7FFF}},
-    {"mono_to_stereo_extremes", 1, 2, {0x8000, 0x7FFF, 0xFFFF},
-     {0x8000, 0x8000, 0x7FFF, 0x7FFF, 0xFFFF, 0xFFFF}},
-    {"quad_to_stereo_extremes", 4, 2, {0x7FFF, 0x8000, 0x7FFF, 0x7FFF}, {0x7FFF, 0x8000}},
 };
 // clang-format on
 

@@ -45,7 +45,6 @@ struct CreateCase {
 const CreateCase kCreateCases[] = {
     {"up_16k_48k", {16000, 1, 320, 48000, 1, 960}, true, ""},
     {"down_48k_16k", {48000, 1, 960, 16000, 1, 320}, true, ""},
-    {"up_32k_48k_stereo", {32000, 2, 512, 48000, 2, 768}, true, ""},
     {"zero_periods", {16000, 1, 0, 48000, 1, 0}, true, ""},
     {"wide_product_exact", {48000, 1, 150000, 16000, 1, 50000}, true, ""},
     {"period_101_refused", {32000, 1, 101, 48000, 1, 151}, false, kPeriod},

@@ -19,11 +19,46 @@
 
 namespace audiomw_test {
 
-ScratchRoot::ScratchRoot() {
+namespace {
+
+// "$TMPDIR/audiomw-<what>-XXXXXX", writable, for mkdtemp and mkstemp.
+std::vector<char> TempTemplate(const char* what) {
     const char* base = std::getenv("TMPDIR");
-    std::string tmpl = std::string(base && *base ? base : "/tmp") + "/audiomw-test-XXXXXX";
+    std::string tmpl = std::string(base && *base ? base : "/tmp") + "/audiomw-" + what + "-XXXXXX";
     std::vector<char> buf(tmpl.begin(), tmpl.end());
     buf.push_back('\0');
+    return buf;
+}
+
+int16_t PatternSample(uint32_t seed, int channel, uint32_t frame) {
+    uint32_t v = seed * 0x9E3779B1u + static_cast<uint32_t>(channel) * 0x85EBCA77u + frame * 0xC2B2AE3Du;
+    v ^= v >> 15;
+    v *= 0x2C1B3C6Du;
+    v ^= v >> 12;
+    return static_cast<int16_t>(v & 0xFFFF);
+}
+
+// Splits "[func:line] message" into func and message; a line without the prefix keeps
+// an empty func.
+void SplitPrefix(const std::string& text, std::string& func, std::string& message) {
+    func.clear();
+    message = text;
+    if (text.size() < 2 || text[0] != '[') {
+        return;
+    }
+    size_t end = text.find("] ");
+    size_t colon = text.rfind(':', end);
+    if (end == std::string::npos || colon == std::string::npos || colon == 0) {
+        return;
+    }
+    func = text.substr(1, colon - 1);
+    message = text.substr(end + 2);
+}
+
+}  // namespace
+
+ScratchRoot::ScratchRoot() {
+    std::vector<char> buf = TempTemplate("test");
     if (mkdtemp(buf.data()) == nullptr) {
         ADD_FAILURE() << "mkdtemp failed: " << std::strerror(errno);
         return;
@@ -62,31 +97,6 @@ LogCapture::~LogCapture() {
     UTIL_LOG_SetThreshold(6);
 }
 
-namespace {
-
-// Splits "[func:line] message" into func and message; a line without the prefix keeps
-// an empty func.
-void SplitPrefix(const std::string& text, std::string& func, std::string& message) {
-    func.clear();
-    message = text;
-    if (text.size() < 2 || text[0] != '[') {
-        return;
-    }
-    size_t end = text.find("] ");
-    size_t colon = text.rfind(':', end);
-    if (end == std::string::npos || colon == std::string::npos || colon == 0) {
-        return;
-    }
-    func = text.substr(1, colon - 1);
-    message = text.substr(end + 2);
-}
-
-bool Matches(const LogLine& l, const Logged& want) {
-    return l.level == want.level && l.func == want.func && l.message == want.message;
-}
-
-}  // namespace
-
 std::ostream& operator<<(std::ostream& os, const Logged& l) {
     return os << l.level << " " << l.func << ": \"" << l.message << "\"";
 }
@@ -112,21 +122,15 @@ void LogCapture::Sink(int level, const char* line, void* ctx) {
 }
 
 int LogCapture::Count(const Logged& want) const {
-    int n = 0;
-    for (const auto& l : Lines()) {
-        n += Matches(l, want) ? 1 : 0;
-    }
-    return n;
+    auto lines = All();
+    return static_cast<int>(std::count(lines.begin(), lines.end(), want));
 }
 
 int LogCapture::IndexOf(const Logged& want, int from) const {
-    auto lines = Lines();
-    for (int i = std::max(from, 0); i < static_cast<int>(lines.size()); i++) {
-        if (Matches(lines[i], want)) {
-            return i;
-        }
-    }
-    return -1;
+    auto lines = All();
+    auto at =
+        std::find(lines.begin() + std::clamp(from, 0, static_cast<int>(lines.size())), lines.end(), want);
+    return at == lines.end() ? -1 : static_cast<int>(at - lines.begin());
 }
 
 void LogCapture::ExpectInOrder(std::initializer_list<Logged> want) const {
@@ -143,8 +147,8 @@ void LogCapture::ExpectInOrder(std::initializer_list<Logged> want) const {
 
 std::string LogCapture::Dump() const {
     std::ostringstream out;
-    for (const auto& l : Lines()) {
-        out << "  " << Logged{l.level, l.func, l.message} << "\n";
+    for (const auto& l : All()) {
+        out << "  " << l << "\n";
     }
     return out.str();
 }
@@ -160,10 +164,7 @@ void LogCapture::Clear() {
 }
 
 StdoutCapture::StdoutCapture() {
-    const char* base = std::getenv("TMPDIR");
-    std::string tmpl = std::string(base && *base ? base : "/tmp") + "/audiomw-stdout-XXXXXX";
-    std::vector<char> buf(tmpl.begin(), tmpl.end());
-    buf.push_back('\0');
+    std::vector<char> buf = TempTemplate("stdout");
     int fd = mkstemp(buf.data());
     if (fd < 0) {
         ADD_FAILURE() << "mkstemp failed";
@@ -200,14 +201,6 @@ std::string StdoutCapture::Stop() {
     std::remove(m_path.c_str());
     m_stopped = true;
     return m_text;
-}
-
-int16_t PatternSample(uint32_t seed, int channel, uint32_t frame) {
-    uint32_t v = seed * 0x9E3779B1u + static_cast<uint32_t>(channel) * 0x85EBCA77u + frame * 0xC2B2AE3Du;
-    v ^= v >> 15;
-    v *= 0x2C1B3C6Du;
-    v ^= v >> 12;
-    return static_cast<int16_t>(v & 0xFFFF);
 }
 
 std::vector<uint8_t> MakePattern(int channels, uint32_t frames, uint32_t seed, uint32_t firstFrame) {

@@ -100,9 +100,8 @@ class StdoutCapture {
     std::string m_text;
 };
 
-// Deterministic interleaved 16-bit pattern: sample of (channel, frame) derived from
-// seed, channel and frame so that every sample of a buffer is distinct in practice.
-int16_t PatternSample(uint32_t seed, int channel, uint32_t frame);
+// Deterministic interleaved 16-bit pattern: each sample derived from seed, channel and
+// frame, so that every sample of a buffer is distinct in practice.
 std::vector<uint8_t> MakePattern(int channels, uint32_t frames, uint32_t seed = 1, uint32_t firstFrame = 0);
 
 std::vector<uint8_t> ReadFileBytes(const std::string& path);
