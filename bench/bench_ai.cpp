@@ -50,6 +50,18 @@ double CpuNow() {
     return double(ts.tv_sec) + double(ts.tv_nsec) * 1e-9;
 }
 
+// Reads `count` blocks of AI `id` into block; the number of reads that failed.
+int ReadBlocks(int id, std::vector<unsigned char>& block, int count) {
+    unsigned int len = 0;
+    unsigned long long ts = 0;
+    int failures = 0;
+    for (int i = 0; i < count; ++i) {
+        failures +=
+            AUDIO_AI_Read(id, block.data(), static_cast<unsigned int>(block.size()), len, ts, -1) != 0;
+    }
+    return failures;
+}
+
 // A scratch root, so that the marker tests of the read path look at an empty directory
 // (card 4 finds no USB id there and stays on device 0).
 void UseScratchRoot() {
@@ -151,16 +163,11 @@ void BM_AiRead(benchmark::State& state, Shape s) {
     BareSrc src(cfg, s);
     std::vector<unsigned char> block(static_cast<size_t>(AUDIO_AI_GetRecommendReadBufferSize(0)));
     std::vector<int16_t> period(cfg.period_size * cfg.channels);
-    unsigned int len = 0;
-    unsigned long long ts = 0;
     int failures = 0;
     double lib = 0, readi = 0, bare = 0;
     for (auto _ : state) {
         double t0 = CpuNow();
-        for (int i = 0; i < kBatch; ++i) {
-            failures +=
-                AUDIO_AI_Read(0, block.data(), static_cast<unsigned int>(block.size()), len, ts, -1) != 0;
-        }
+        failures += ReadBlocks(0, block, kBatch);
         benchmark::ClobberMemory();
         double t1 = CpuNow();
         for (int i = 0; i < kBatch; ++i) {
@@ -209,24 +216,14 @@ void BM_LineInCheck(benchmark::State& state) {
     }
     std::vector<unsigned char> block(static_cast<size_t>(AUDIO_AI_GetRecommendReadBufferSize(0)));
     std::vector<unsigned char> copy(block.size());
-    unsigned int len = 0;
-    unsigned long long ts = 0;
     int failures = 0;
-    for (int i = 0; i < 100; ++i) {  // the check stays idle for the first 100 blocks
-        failures += AUDIO_AI_Read(0, block.data(), static_cast<unsigned int>(block.size()), len, ts, -1) != 0;
-    }
+    failures += ReadBlocks(0, block, 100);  // the check stays idle for the first 100 blocks
     double lineIn = 0, usb = 0, memcpyTime = 0;
     for (auto _ : state) {
         double t0 = CpuNow();
-        for (int i = 0; i < kBatch; ++i) {
-            failures +=
-                AUDIO_AI_Read(0, block.data(), static_cast<unsigned int>(block.size()), len, ts, -1) != 0;
-        }
+        failures += ReadBlocks(0, block, kBatch);
         double t1 = CpuNow();
-        for (int i = 0; i < kBatch; ++i) {
-            failures +=
-                AUDIO_AI_Read(1, block.data(), static_cast<unsigned int>(block.size()), len, ts, -1) != 0;
-        }
+        failures += ReadBlocks(1, block, kBatch);
         double t2 = CpuNow();
         for (int i = 0; i < kBatch; ++i) {
             std::memcpy(copy.data(), block.data(), block.size());
