@@ -145,6 +145,11 @@ ProbeNode* AddProbe(int streamId) {
 
 class StreamTest : public audiomw_test::AudioTest {
   protected:
+    void SetUp() override {
+        AudioTest::SetUp();
+        pool_hook::hold = false;
+        pool_hook::held = nullptr;
+    }
     void TearDown() override {
         for (int id : {0, 1}) {
             AUDIO_ASTREAM_Destroy(id);
@@ -169,8 +174,12 @@ class StreamTest : public audiomw_test::AudioTest {
         AI_ATTR_S attr = FileAi(path, channels, 16);
         ASSERT_EQ(0, AUDIO_AI_Create(id, &attr));
     }
+    // The lines logged since the last call, without the reader's "Data in use" reports: a
+    // free-running file reader may lap the workers at any time while a stream runs.
     Lines Take() {
-        Lines l = log.All();
+        Lines l;
+        for (const auto& line : log.All())
+            if (!(line.func == "threadAudioProcessReader" && line.message == kInUse)) l.push_back(line);
         log.Clear();
         return l;
     }
