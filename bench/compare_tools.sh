@@ -3,6 +3,8 @@
 #   audiomw  bench/remix_job.cpp: a file input, split/mixin/swap/merge nodes and two
 #            outputs on free-running virtual cards (stereo and mono, 48 kHz only) that
 #            discard what they get; the outputs resample (zero-order hold) and rematrix
+#   convert  the same program with --convert-only: audiomw's two rate conversions alone,
+#            the part of audiomw's time that its zero-order-hold converter fixes
 #   sox      one pass: remix to (in1, (in0+in3)/2, in2), `rate -q 48000`
 #   gst      gst-launch-1.0: rawaudioparse ! tee, two branches of audioconvert with a mix
 #            matrix and audioresample to 48 kHz (default quality) into fakesinks
@@ -96,6 +98,13 @@ for _ in $(seq "$repeat"); do
   fi
 done
 am_cpu=$best
+# The floor: the two outputs' rate conversions alone, as the resampler is built (one
+# libsamplerate zero-order-hold call per period, with its float conversions both ways).
+conv_cpu=""
+for _ in $(seq "$repeat"); do
+  t=$("$job" "$work" --convert-only | sed -n 's/.*cpu_s=\([0-9.]*\).*/\1/p')
+  if [ -z "$conv_cpu" ] || awk -v a="$t" -v b="$conv_cpu" 'BEGIN { exit !(a < b) }'; then conv_cpu=$t; fi
+done
 sox_cpu=$(best_of run_sox)
 gst_cpu=$(best_of run_gst)
 
@@ -103,9 +112,11 @@ per_hour() { awk -v c="$1" -v s="$2" 'BEGIN { printf "%.2f", c * 3600 / s }'; }
 am_h=$(per_hour "$am_cpu" "$audio")
 sox_h=$(per_hour "$sox_cpu" "$seconds")
 gst_h=$(per_hour "$gst_cpu" "$seconds")
+conv_h=$(per_hour "$conv_cpu" "$seconds")
 printf '\n| %-8s | %13s | %12s | %18s | %20s |\n' tool "CPU s (run)" "audio s" "CPU s / audio hour" "CPU / audiomw CPU"
 printf '|%s|%s|%s|%s|%s|\n' ---------- --------------- -------------- -------------------- ----------------------
-for row in "audiomw $am_cpu $audio $am_h" "sox $sox_cpu $seconds $sox_h" "gst $gst_cpu $seconds $gst_h"; do
+for row in "audiomw $am_cpu $audio $am_h" "convert $conv_cpu $seconds $conv_h" "sox $sox_cpu $seconds $sox_h" \
+  "gst $gst_cpu $seconds $gst_h"; do
   read -r name cpu secs h <<<"$row"
   printf '| %-8s | %13s | %12s | %18s | %20s |\n' "$name" "$cpu" "$secs" "$h" \
     "$(awk -v a="$h" -v b="$am_h" 'BEGIN { printf "%.2f", a / b }')"

@@ -4,17 +4,21 @@
 // only, so that each output converts rate (and the second one channels) itself. The
 // cards discard what they get. By default they run free (as fast as the stream goes) and
 // the program ends when the whole file has been played; with --realtime they run at the
-// card's pace for the file's duration.
+// card's pace for the file's duration. With --convert-only it runs, over the same
+// number of periods, nothing but the two outputs' rate conversions (a stereo and a mono
+// RESAMPLE handler, 16 kHz to 48 kHz): the floor that the converter alone sets.
 //
-//   audiomw_remix_job WORKDIR [--realtime]
+//   audiomw_remix_job WORKDIR [--realtime | --convert-only]
 //
 // WORKDIR holds input.pcm. Prints one line, key=value: the periods of the file, the
-// frames each card took, wall and CPU seconds of the run (start to stop) and the CPU load.
+// frames each card took, wall and CPU seconds of the run (start to stop) and the CPU load;
+// with --convert-only the periods, the audio seconds converted and the CPU seconds.
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
 
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <list>
@@ -26,6 +30,7 @@
 #include "audio_ao.h"
 #include "audio_astream.h"
 #include "audio_ext.h"
+#include "audio_resample.h"
 #include "host_test.h"
 
 namespace {
@@ -200,13 +205,62 @@ int Run(bool realtime) {
     return 0;
 }
 
+// The conversions alone: each period of the file, its first two channels through the
+// stereo converter and its third through the mono one, as the outputs convert them.
+int ConvertOnly() {
+    std::FILE* in = std::fopen(kInput, "rb");
+    if (in == nullptr) {
+        std::fprintf(stderr, "remix_job: no usable %s\n", kInput);
+        return 1;
+    }
+    const int outPeriod = kPeriod * (kCardRate / kRate);
+    RESAMPLE_ATTR_S stereoAttr = {kRate, 2, kPeriod, kCardRate, 2, outPeriod};
+    RESAMPLE_ATTR_S monoAttr = {kRate, 1, kPeriod, kCardRate, 1, outPeriod};
+    RESAMPLE_HANDLER* stereo = RESAMPLE_CreateHandler(&stereoAttr);
+    RESAMPLE_HANDLER* mono = RESAMPLE_CreateHandler(&monoAttr);
+    std::vector<int16_t> block(kPeriod * kChannels), stereoIn(kPeriod * 2), monoIn(kPeriod);
+    std::vector<int16_t> stereoOut(outPeriod * 2), monoOut(outPeriod);
+    long periods = 0;
+    const double cpu0 = Now(CLOCK_PROCESS_CPUTIME_ID);
+    while (stereo != nullptr && mono != nullptr &&
+           std::fread(block.data(), sizeof(int16_t), block.size(), in) == block.size()) {
+        for (int f = 0; f < kPeriod; f++) {
+            stereoIn[2 * f] = block[kChannels * f];
+            stereoIn[2 * f + 1] = block[kChannels * f + 1];
+            monoIn[f] = block[kChannels * f + 2];
+        }
+        RESAMPLE_Process(stereo, reinterpret_cast<unsigned char*>(stereoIn.data()), kPeriod,
+                         reinterpret_cast<unsigned char*>(stereoOut.data()), outPeriod);
+        RESAMPLE_Process(mono, reinterpret_cast<unsigned char*>(monoIn.data()), kPeriod,
+                         reinterpret_cast<unsigned char*>(monoOut.data()), outPeriod);
+        periods++;
+    }
+    const double cpu = Now(CLOCK_PROCESS_CPUTIME_ID) - cpu0;
+    std::fclose(in);
+    const bool made = stereo != nullptr && mono != nullptr;
+    RESAMPLE_Destroy(&stereo);
+    RESAMPLE_Destroy(&mono);
+    if (!made) {
+        std::fprintf(stderr, "remix_job: converters refused\n");
+        return 1;
+    }
+    std::printf("periods=%ld audio_s=%.3f cpu_s=%.3f\n", periods, static_cast<double>(periods) * kPeriod / kRate,
+                cpu);
+    return 0;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc < 2 || argc > 3 || (argc == 3 && std::strcmp(argv[2], "--realtime") != 0) ||
+    const char* mode = argc == 3 ? argv[2] : "";
+    if (argc < 2 || argc > 3 || (argc == 3 && std::strcmp(mode, "--realtime") != 0 &&
+                                 std::strcmp(mode, "--convert-only") != 0) ||
         chdir(argv[1]) != 0) {
-        std::fprintf(stderr, "usage: audiomw_remix_job WORKDIR [--realtime]\n");
+        std::fprintf(stderr, "usage: audiomw_remix_job WORKDIR [--realtime | --convert-only]\n");
         return 2;
+    }
+    if (std::strcmp(mode, "--convert-only") == 0) {
+        return ConvertOnly();
     }
     // Marker and recording files of the library resolve inside the work directory.
     char cwd[256];
@@ -215,7 +269,7 @@ int main(int argc, char** argv) {
         return 2;
     }
     UTIL_LOG_SetThreshold(UTIL_LOG_WARN);
-    int rc = Run(argc == 3);
+    int rc = Run(std::strcmp(mode, "--realtime") == 0);
     TearDown();
     return rc;
 }
