@@ -15,7 +15,7 @@
 namespace audiomw_test {
 
 using Bytes = std::vector<uint8_t>;
-using Messages = std::vector<std::string>;
+using Lines = std::vector<Logged>;
 
 inline AO_ATTR_S AlsaAoAttr(int card, int device, int rate, int channels, int frames) {
     AO_ATTR_S a;
@@ -39,9 +39,9 @@ inline Bytes SinkBytes(unsigned int card, unsigned int device) {
     return b;
 }
 
-inline vcard_counters Counters(unsigned int card, unsigned int device) {
+inline vcard_counters Counters(unsigned int card, unsigned int device, vcard_direction dir = VCARD_PLAYBACK) {
     vcard_counters c{};
-    vcard_get_counters(card, device, VCARD_PLAYBACK, &c);
+    vcard_get_counters(card, device, dir, &c);
     return c;
 }
 
