@@ -92,11 +92,8 @@ TEST_P(AoInitTest, NegotiatesLogsAndPlays) {
     EXPECT_EQ(opens ? 0 : -1, AUDIO_AO_SetEnable(0, ZN_TRUE));
     const std::string printed = capture.Stop();
     EXPECT_TRUE(*c.printed ? printed.find(c.printed) != std::string::npos : printed.empty()) << printed;
-    Lines expected = {{6, "AUDIO_AO_SetEnable", "set AO[0] Enable"}};
-    for (const char *at = c.lines, *end; *at; at = *end ? end + 1 : end) {
-        end = std::strchr(at, '|') ? std::strchr(at, '|') : at + std::strlen(at);
-        expected.push_back({*end || opens || *c.printed ? 6 : 3, "init", std::string(at, end)});
-    }
+    Lines expected = InitLines(c.lines, opens || *c.printed ? 6 : 3);
+    expected.insert(expected.begin(), {6, "AUDIO_AO_SetEnable", "set AO[0] Enable"});
     ASSERT_EQ(expected, log.All());
     vcard_counters n = Counters(c.card, c.device);
     if (!opens) {

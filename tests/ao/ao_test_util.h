@@ -45,6 +45,16 @@ inline vcard_counters Counters(unsigned int card, unsigned int device, vcard_dir
     return c;
 }
 
+// The init lines of a '|'-separated text, all level 6 but the last, which has `lastLevel`.
+inline Lines InitLines(const char* text, int lastLevel) {
+    Lines lines;
+    for (const char *at = text, *end; *at; at = *end ? end + 1 : end) {
+        end = std::strchr(at, '|') ? std::strchr(at, '|') : at + std::strlen(at);
+        lines.push_back({*end ? 6 : lastLevel, "init", std::string(at, end)});
+    }
+    return lines;
+}
+
 // No virtual cards at start; every AO slot is disabled and emptied at the end.
 class AoTest : public AudioTest {
   protected:
