@@ -71,12 +71,10 @@ TEST_F(AoRegistryTest, EmptySlotsAnswerAsTheFailureTableSays) {
         SCOPED_TRACE(tag);
         log.Clear();
         AO_ATTR_S got;
-        EXPECT_EQ(static_cast<int>(0x80002401), AUDIO_AO_GetAttr(id, &got));
-        EXPECT_EQ(-1, AUDIO_AO_GetUnderRunState(id));
-        EXPECT_EQ(ZN_FALSE, AUDIO_AO_isEnabled(id) || AUDIO_AO_isReady(id));
-        EXPECT_EQ(0, AUDIO_AO_Destroy(id));
-        EXPECT_EQ(std::vector<int>(4, -1),
-                  (std::vector<int>{AUDIO_AO_SetAttr(id, &attr), AUDIO_AO_SetVolume(id, 5),
+        EXPECT_EQ((std::vector<int>{static_cast<int>(0x80002401), -1, 0, 0, -1, -1, -1, -1}),
+                  (std::vector<int>{AUDIO_AO_GetAttr(id, &got), AUDIO_AO_GetUnderRunState(id),
+                                    AUDIO_AO_isEnabled(id) || AUDIO_AO_isReady(id), AUDIO_AO_Destroy(id),
+                                    AUDIO_AO_SetAttr(id, &attr), AUDIO_AO_SetVolume(id, 5),
                                     AUDIO_AO_SetEnable(id, ZN_TRUE), Write(id, period)}));
         EXPECT_EQ(Lines({{3, "AUDIO_AO_SetAttr", tag + " not available"},
                          {3, "AUDIO_AO_SetVolume", tag + " not available"},
@@ -95,11 +93,10 @@ TEST_F(AoRegistryTest, SetEnableSetVolumeMuteAndRefusedArguments) {
     EXPECT_EQ(0, AUDIO_AO_GetUnderRunState(0));
     log.Clear();
     EXPECT_EQ(0, AUDIO_AO_SetEnable(0, ZN_TRUE) + AUDIO_AO_SetVolume(0, 0) + AUDIO_AO_SetVolume(0, 75));
-    EXPECT_EQ(-1, AUDIO_AO_Write(0, nullptr, 640));
-    EXPECT_EQ(-1, AUDIO_AO_GetAttr(0, nullptr));
-    EXPECT_EQ(-1, AUDIO_AO_SetAttr(0, nullptr));
-    EXPECT_EQ(-1, AUDIO_AO_Write(0, period.data(), 0x80000000u));
-    EXPECT_EQ(-1, gs_pAoHandler[0]->sendFrame(period.data(), -4));
+    EXPECT_EQ(std::vector<int>(5, -1),
+              (std::vector<int>{AUDIO_AO_Write(0, nullptr, 640), AUDIO_AO_GetAttr(0, nullptr),
+                                AUDIO_AO_SetAttr(0, nullptr), AUDIO_AO_Write(0, period.data(), 0x80000000u),
+                                gs_pAoHandler[0]->sendFrame(period.data(), -4)}));
     EXPECT_EQ(Lines({{6, "AUDIO_AO_SetVolume", "set AO[0] Volume=75"},
                      {3, "AUDIO_AO_Write", "AO[0] write buffer is null"},
                      {3, "AUDIO_AO_GetAttr", "AO[0] attr is null."},
