@@ -163,12 +163,10 @@ TEST_F(AlsaBoardTest, UsbIdSwitchWithAnyRoot) {
         StdoutCapture out;
         ASSERT_EQ(0, AUDIO_AI_Create(0, &attr));
         const std::string printed = out.Stop();
-        if (row.usbid != nullptr) {
-            EXPECT_EQ(1u,
-                      Occurrences(printed, std::string(": card =4,device =0,usdid =") + row.usbid + " \n"));
-        } else {
-            EXPECT_EQ("", printed);
-        }
+        const std::string said =
+            std::string(": card =4,device =0,usdid =") + (row.usbid ? row.usbid : "") + " \n";
+        EXPECT_EQ(row.usbid ? 1u : 0u, Occurrences(printed, said));
+        EXPECT_TRUE(row.usbid || printed.empty()) << printed;
         AI_ATTR_S got;
         AUDIO_AI_GetAttr(0, &got);
         EXPECT_EQ(device, got.stAlsaDev.s32DevId);
@@ -176,8 +174,8 @@ TEST_F(AlsaBoardTest, UsbIdSwitchWithAnyRoot) {
         EXPECT_EQ(device ? AUDIO_SET_ACTION_E_NEED_DESTROY : AUDIO_SET_ACTION_E_NONE,
                   gs_pAiHandler[0]->calActionOnSetCfg(&attr));
         EXPECT_EQ(0, AUDIO_AI_SetAttr(0, &attr));
-        EXPECT_EQ(1, CaptureCounters(4, device).is_open);
-        EXPECT_EQ(device ? 2u : 1u, CaptureCounters(4, device).opens);
+        EXPECT_EQ(std::make_pair(1, device ? 2ull : 1ull),
+                  std::make_pair(CaptureCounters(4, device).is_open, CaptureCounters(4, device).opens));
         AUDIO_AI_SetEnable(0, ZN_FALSE);
         AUDIO_AI_Destroy(0);
         EXPECT_FALSE(FileExists("pwned") || FileExists(row.root + "/pwned"));
