@@ -256,8 +256,9 @@ TEST_F(AiTest, SetCfgRunsTheStepsOfEachVerdictAndStopsAtTheFirstFailure) {
 }
 
 // Lead-in, the file in caller-sized chunks, filler for ever; close and open replay the
-// file from its start without a new lead-in.
-TEST_F(AiTest, FileLeadInFileFillerAndReplay) {
+// file from its start without a new lead-in. A missing file at setCfg is a hot update: the
+// current file plays on. A file that shrinks while open ends early, with a warning.
+TEST_F(AiTest, FileLeadInChunksFillerReplayMissingAndShrinkingFile) {
     Bytes file = MakePattern(2, 250);  // 1000 bytes
     std::string path = WriteInput(file);
     ASSERT_EQ(0, CreateAndOpen(path));
@@ -278,6 +279,24 @@ TEST_F(AiTest, FileLeadInFileFillerAndReplay) {
     ASSERT_EQ(0, AUDIO_AI_Open(0));
     EXPECT_EQ(Slice(file, 0, 200), Read(200, 200));
     EXPECT_EQ(2, log.Count(start));
+
+    AI_ATTR_S missing = FileAiAttr(root.Path("/gone.pcm")), got;
+    missing.s32Volume = 9;
+    log.Clear();
+    EXPECT_EQ(0, AUDIO_AI_SetAttr(0, &missing));
+    log.ExpectInOrder({{6, "calActionOnSetCfg",
+                        "acFilePath:" + root.Path("/gone.pcm") +
+                            ", len:" + std::to_string(root.Dir().size() + 9) + ", access:-1\n"},
+                       {6, "setCfg", "AI_DEVICE_S::setCfg, AUDIO_SET_ACTION_E_HOT_UPDATE\n"}});
+    EXPECT_EQ(Slice(file, 200, 300), Read(100, 100));
+    ASSERT_EQ(0, AUDIO_AI_GetAttr(0, &got));
+    EXPECT_EQ(9, got.s32Volume);
+    ASSERT_EQ(0, truncate(path.c_str(), 350));
+    EXPECT_EQ(Slice(file, 300, 350), Slice(Read(100, 50), 0, 50));
+    Read(100, 0);  // the end found early: nothing delivered, the block is dropped
+    log.ExpectInOrder({{4, "_readFrame", "file:" + path + " ended early at 350 of 1000\n"},
+                       {6, "_readFrame", "file send over. size:350-350\n"}});
+    ExpectFiller(100, 1);
 }
 
 // An empty file, a directory (refused by the read-write open) and a path only given at
@@ -304,33 +323,6 @@ TEST_F(AiTest, FileUnusableInputsDeliverOnlyFiller) {
                      static_cast<AI_FILE_DEVICE_S*>(gs_pAiHandler[0])->_mFilePath);
         TearDown();
     }
-}
-
-// A missing file at setCfg is a hot update: the current file plays on. A file that
-// shrinks while open ends early, with a warning, then filler.
-TEST_F(AiTest, FileMissingNewFileAndShrinkingFile) {
-    Bytes file = MakePattern(2, 100);  // 400 bytes
-    std::string path = WriteInput(file);
-    ASSERT_EQ(0, CreateAndOpen(path));
-    ExpectFiller(100, AI_FILE_LEAD_BLOCKS);
-    EXPECT_EQ(Slice(file, 0, 100), Read(100, 100));
-    AI_ATTR_S missing = FileAiAttr(root.Path("/gone.pcm")), got;
-    missing.s32Volume = 9;
-    log.Clear();
-    EXPECT_EQ(0, AUDIO_AI_SetAttr(0, &missing));
-    log.ExpectInOrder({{6, "calActionOnSetCfg",
-                        "acFilePath:" + root.Path("/gone.pcm") +
-                            ", len:" + std::to_string(root.Dir().size() + 9) + ", access:-1\n"},
-                       {6, "setCfg", "AI_DEVICE_S::setCfg, AUDIO_SET_ACTION_E_HOT_UPDATE\n"}});
-    EXPECT_EQ(Slice(file, 100, 200), Read(100, 100));
-    ASSERT_EQ(0, AUDIO_AI_GetAttr(0, &got));
-    EXPECT_EQ(9, got.s32Volume);
-    ASSERT_EQ(0, truncate(path.c_str(), 250));
-    EXPECT_EQ(Slice(file, 200, 250), Slice(Read(100, 50), 0, 50));
-    Read(100, 0);  // the end found early: nothing delivered, the block is dropped
-    log.ExpectInOrder({{4, "_readFrame", "file:" + path + " ended early at 250 of 400\n"},
-                       {6, "_readFrame", "file send over. size:250-250\n"}});
-    ExpectFiller(100, 1);
 }
 
 // An existing path at setCfg needs a destroy and says so; paths are kept up to 39
