@@ -15,8 +15,6 @@
 
 namespace audiomw_test {
 
-using Lines = std::vector<Logged>;
-
 inline AI_ATTR_S AlsaAi(int card, int device, int rate, int channels, int frames, bool enable = true) {
     AI_ATTR_S a;
     std::memset(&a, 0, sizeof(a));
@@ -36,9 +34,7 @@ inline AI_ATTR_S AlsaAi(int card, int device, int rate, int channels, int frames
 int LivePcmHandles();
 
 inline vcard_counters CaptureCounters(unsigned int card, unsigned int device = 0) {
-    vcard_counters c{};
-    vcard_get_counters(card, device, VCARD_CAPTURE, &c);
-    return c;
+    return Counters(card, device, VCARD_CAPTURE);
 }
 
 struct ReadResult {
@@ -82,12 +78,11 @@ inline int HighChannelTwo(void*, void* data, unsigned int frames, unsigned long 
     return 0;
 }
 
-// What a pattern card of `cardChn` channels at `cardRate` gives an AI asking for
-// `chn` channels at `rate`, `blocks` blocks of `frames`: libsamplerate's zero-order hold
-// driven directly period by period, then channels repeated or dropped.
+// What a pattern card of `cardChn` channels at `cardRate` gives an AI asking for `chn`
+// channels at `rate`, `blocks` blocks of `frames`: resampled, then channels repeated or dropped.
 inline Bytes ExpectedCapture(int cardChn, int cardRate, int chn, int rate, int frames, int blocks) {
     const int period = static_cast<int>(static_cast<long long>(cardRate) * frames / rate);
-    int err = 0;
+    int err = 0;  // libsamplerate's zero-order hold, driven period by period
     SRC_STATE* state = cardRate != rate ? src_new(SRC_ZERO_ORDER_HOLD, cardChn, &err) : nullptr;
     std::vector<int16_t> out;
     for (int b = 0; b < blocks; ++b) {

@@ -9,11 +9,6 @@ namespace {
 
 std::atomic<int> gs_live{0};
 
-template <typename Fn>
-Fn Next(const char* name) {
-    return reinterpret_cast<Fn>(dlsym(RTLD_NEXT, name));
-}
-
 }  // namespace
 
 namespace audiomw_test {
@@ -27,14 +22,15 @@ int LivePcmHandles() {
 extern "C" struct pcm* pcm_open(unsigned int card, unsigned int device, unsigned int flags,
                                 const struct pcm_config* config) {
     static auto next =
-        Next<struct pcm* (*)(unsigned int, unsigned int, unsigned int, const pcm_config*)>("pcm_open");
+        reinterpret_cast<struct pcm* (*)(unsigned int, unsigned int, unsigned int, const pcm_config*)>(
+            dlsym(RTLD_NEXT, "pcm_open"));
     struct pcm* handle = next(card, device, flags, config);
     gs_live += handle != nullptr;
     return handle;
 }
 
 extern "C" int pcm_close(struct pcm* handle) {
-    static auto next = Next<int (*)(struct pcm*)>("pcm_close");
+    static auto next = reinterpret_cast<int (*)(struct pcm*)>(dlsym(RTLD_NEXT, "pcm_close"));
     gs_live -= handle != nullptr;
     return next(handle);
 }

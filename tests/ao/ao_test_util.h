@@ -15,7 +15,7 @@
 namespace audiomw_test {
 
 using Bytes = std::vector<uint8_t>;
-using Messages = std::vector<std::string>;
+using Lines = std::vector<Logged>;
 
 inline AO_ATTR_S AlsaAoAttr(int card, int device, int rate, int channels, int frames) {
     AO_ATTR_S a;
@@ -39,10 +39,20 @@ inline Bytes SinkBytes(unsigned int card, unsigned int device) {
     return b;
 }
 
-inline vcard_counters Counters(unsigned int card, unsigned int device) {
+inline vcard_counters Counters(unsigned int card, unsigned int device, vcard_direction dir = VCARD_PLAYBACK) {
     vcard_counters c{};
-    vcard_get_counters(card, device, VCARD_PLAYBACK, &c);
+    vcard_get_counters(card, device, dir, &c);
     return c;
+}
+
+// The init lines of a '|'-separated text, all level 6 but the last, which has `lastLevel`.
+inline Lines InitLines(const char* text, int lastLevel) {
+    Lines lines;
+    for (const char *at = text, *end; *at; at = *end ? end + 1 : end) {
+        end = std::strchr(at, '|') ? std::strchr(at, '|') : at + std::strlen(at);
+        lines.push_back({*end ? 6 : lastLevel, "init", std::string(at, end)});
+    }
+    return lines;
 }
 
 // No virtual cards at start; every AO slot is disabled and emptied at the end.

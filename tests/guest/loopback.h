@@ -66,9 +66,8 @@ inline Bytes MakeLoopPattern(unsigned int channels, unsigned int frames, unsigne
 // The `frames` frames from the first one with a non-zero byte (fewer when the buffer ends).
 inline Bytes FromFirstSound(const Bytes& bytes, unsigned int frameBytes, size_t frames) {
     auto it = std::find_if(bytes.begin(), bytes.end(), [](uint8_t b) { return b != 0; });
-    size_t begin = static_cast<size_t>(it - bytes.begin()) / frameBytes * frameBytes;
-    return Bytes(bytes.begin() + std::min(begin, bytes.size()),
-                 bytes.begin() + std::min(bytes.size(), begin + frames * frameBytes));
+    size_t begin = std::min(bytes.size(), static_cast<size_t>(it - bytes.begin()) / frameBytes * frameBytes);
+    return Bytes(bytes.begin() + begin, bytes.begin() + std::min(bytes.size(), begin + frames * frameBytes));
 }
 
 // Expects `got` to hold exactly `want`.
@@ -86,16 +85,13 @@ struct Capture {
         : data(capacity * frameBytes) {
         thread = std::thread([this, read, period, frameBytes, capacity, wanted] {
             size_t first = SIZE_MAX, scanned = 0;
-            while (frames + period <= capacity) {
+            while (frames + period <= capacity && (first == SIZE_MAX || frames < first + wanted)) {
                 int n = read(data.data() + frames * frameBytes, period);
                 error = n < 0 && error == 0 ? n : error;
                 frames += n > 0 ? static_cast<size_t>(n) : 0;
                 periods++;
                 for (; first == SIZE_MAX && scanned < frames * frameBytes; scanned++) {
                     first = data[scanned] != 0 ? scanned / frameBytes : first;
-                }
-                if (first != SIZE_MAX && frames >= first + wanted) {
-                    break;
                 }
             }
             done = true;
