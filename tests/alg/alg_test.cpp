@@ -72,9 +72,8 @@ class AlgNodeTest : public audiomw_test::AudioTest {
     void SetUp() override { qx_script::Reset(); }
 
     // A node on a new stream (AI 0: kChn channels) with mics at 1..2, ref 3, exref 4, allref 5.
-    ASTREAM_NODE_S* Node(ASTREAM_NODE_ATTR_S a = AlgAttr(1, 2, 0, 3, 4, 5), int chn = kChn,
-                         int frames = kFrames) {
-        FakeStream& s = streams.emplace_back(chn, frames, static_cast<int>(streams.size()));
+    ASTREAM_NODE_S* Node(ASTREAM_NODE_ATTR_S a = AlgAttr(1, 2, 0, 3, 4, 5)) {
+        FakeStream& s = streams.emplace_back(kChn, kFrames, static_cast<int>(streams.size()));
         nodes.push_back(astream_test::BuildNode(s, a));
         return nodes.back().get();
     }
@@ -168,42 +167,49 @@ TEST_F(AlgNodeTest, InitFailuresAndGeometriesThatDoNotFit) {
         EXPECT_TRUE(log.Has(Alg(3, "init", c.line))) << log.Dump();
         EXPECT_FALSE(log.Has(Alg(6, "init", "init ok")));
         EXPECT_EQ(g_ptrEmptyRefIn == nullptr, c.rate == 0);
-        Bytes period(s.h.u32BufLen, 9), scratch(period.size());
-        inPlace = false;
-        EXPECT_EQ(node->process(reinterpret_cast<char*>(period.data()),
-                                reinterpret_cast<char*>(scratch.data()), inPlace),
-                  -1);
+        in.assign(s.h.u32BufLen, 9);
+        EXPECT_EQ(Run(node.get()), -1);
         EXPECT_TRUE(inPlace);
-        EXPECT_EQ(period, Bytes(period.size(), 9));
+        EXPECT_EQ(in, Bytes(in.size(), 9));
     }
     EXPECT_EQ(qx_script::g.inits.size(), 2u);
     EXPECT_EQ(qx_script::procCount, 0);
 }
 
 // The reference block handed over follows the selection; a reference outside the stream falls
-// back to silence, warned once per change, or, without the silent block, skips the frame.
-TEST_F(AlgNodeTest, ReferenceFollowsTheSelection) {
-    ASTREAM_NODE_S* nodes[] = {Node(), Node(AlgAttr(0, 2, 0, 2, -1, kChn))};
+// back to silence, warned once per change, or, without the silent block, skips the frame. The
+// callback gets its argument and the signed result; a library failure skips it.
+TEST_F(AlgNodeTest, ReferenceAndResultFollowTheSelection) {
+    struct Seen {
+        void* self = nullptr;
+        int value = 99, calls = 0;
+    } seen;
+    auto cb = [](void* arg, short result) {
+        *static_cast<Seen*>(arg) = {arg, result, static_cast<Seen*>(arg)->calls + 1};
+    };
+    ASTREAM_NODE_S* nodes[] = {Node(AlgAttr(1, 2, 0, 3, 4, 5, cb, &seen)),
+                               Node(AlgAttr(0, 2, 0, 2, -1, kChn))};
     const std::string skip = " outside 6 channels, no reference: frames skipped";
     const std::string silent = " outside 6 channels, silent reference used";
     const struct {
         int node;
         tagVOR_AUDIO_REF_IN_RES sel;
         bool noSilentBlock;
-        int ret, block;  // block: the reference handed over, -1: the silent one, -2: no call
+        int procRet, result, ret, block;  // block: the reference handed over, -1: the silent one, -2: no call
         std::vector<Logged> lines;
     } cases[] = {
         // clang-format off
-        {0, Sel(0, 2), false, 0, -1, {}},    {0, Sel(1, 0), false, 0, 3, {}}, {0, Sel(1, 1), false, 0, 4, {}},
-        {0, Sel(1, 2), false, 0, 5, {}},     {0, Sel(1, 9), false, 0, 3, {}},
-        {0, Sel(1, 2, 1), false, 0, 5, {}},  // byte 2 is not read
-        {1, Sel(1, 1), false, 0, -1, {Alg(4, "process", "ref-in at -1" + silent)}},
-        {1, Sel(1, 1), false, 0, -1, {}},
-        {1, Sel(1, 2), false, 0, -1, {Alg(4, "process", "ref-in at 6" + silent)}},
-        {1, Sel(1, 0), false, 0, 2, {}},
-        {1, Sel(1, 1), false, 0, -1, {Alg(4, "process", "ref-in at -1" + silent)}},
-        {1, Sel(0, 0), true, 0, 2, {}},  // switch 0 keeps the selected block
-        {1, Sel(1, 1), true, -1, -2, {Alg(3, "process", "ref-in at -1" + skip)}},
+        {0, Sel(0, 2), false, 0, 0, 0, -1, {}},    {0, Sel(1, 0), false, 0, 1, 0, 3, {}},
+        {0, Sel(1, 1), false, 0, -1, 0, 4, {}},    {0, Sel(1, 2), false, 0, 32767, 0, 5, {}},
+        {0, Sel(1, 9), false, 0, -32768, 0, 3, {}}, {0, Sel(1, 2, 1), false, 0, 7, 0, 5, {}},  // byte 2 is not read
+        {0, Sel(1, 0), false, -5, 1, -1, 3, {Alg(3, "process", "failed: -5")}},
+        {1, Sel(1, 1), false, 0, 0, 0, -1, {Alg(4, "process", "ref-in at -1" + silent)}},
+        {1, Sel(1, 1), false, 0, 0, 0, -1, {}},
+        {1, Sel(1, 2), false, 0, 0, 0, -1, {Alg(4, "process", "ref-in at 6" + silent)}},
+        {1, Sel(1, 0), false, 0, 0, 0, 2, {}},
+        {1, Sel(1, 1), false, 0, 0, 0, -1, {Alg(4, "process", "ref-in at -1" + silent)}},
+        {1, Sel(0, 0), true, 0, 0, 0, 2, {}},  // switch 0 keeps the selected block
+        {1, Sel(1, 1), true, 0, 0, -1, -2, {Alg(3, "process", "ref-in at -1" + skip)}},
         // clang-format on
     };
     short* const silentBlock = g_ptrEmptyRefIn;
@@ -212,13 +218,20 @@ TEST_F(AlgNodeTest, ReferenceFollowsTheSelection) {
         qx_script::Reset();
         EXPECT_EQ(AUDIO_ALG_SetRefInParam(c.sel), 0);
         log.Clear();
+        qx_script::g.procRet = c.procRet;
+        qx_script::g.procResult = static_cast<short>(c.result);
         g_ptrEmptyRefIn = c.noSilentBlock ? nullptr : silentBlock;  // as after a failed allocation
+        const int calls = seen.calls;
         Bytes out(in.size(), 0x7A);
         EXPECT_EQ(Run(nodes[c.node], &out), c.ret);
         g_ptrEmptyRefIn = silentBlock;
         EXPECT_TRUE(inPlace);
         EXPECT_EQ(log.All(), c.lines);
         EXPECT_EQ(in, Period(kChn, kFrames));
+        const bool called = c.node == 0 && c.ret == 0;
+        EXPECT_EQ((std::vector<int>{called ? c.result : seen.value, calls + called}),
+                  (std::vector<int>{seen.value, seen.calls}));
+        EXPECT_EQ(seen.self, &seen);
         ASSERT_EQ(qx_script::g.procs.size(), c.block == -2 ? 0u : 1u);
         if (c.block == -2)
             continue;
@@ -283,35 +296,6 @@ TEST_F(AlgNodeTest, ReferenceDumpFollowsTheMarkerOnTheRealReferencePathOnly) {
     AUDIO_ALG_SetRefInParam(Sel(1, 0));
     Run(node);
     EXPECT_EQ(audiomw_test::ReadFileBytes(dump), Blocks(in, 3));
-}
-
-// The callback gets its argument and the signed result; a library failure skips it.
-TEST_F(AlgNodeTest, CallbackGetsTheSignedResultAndFailuresSkipIt) {
-    struct Seen {
-        void* self = nullptr;
-        int value = 99, calls = 0;
-    } seen;
-    auto cb = [](void* arg, short result) {
-        Seen* s = static_cast<Seen*>(arg);
-        *s = {arg, result, s->calls + 1};
-    };
-    ASTREAM_NODE_S* node = Node(AlgAttr(1, 2, 0, 3, 4, 5, cb, &seen));
-    const struct {
-        int ret;
-        short result;
-        int expectRet, value, calls;
-    } cases[] = {{0, 0, 0, 0, 1},         {0, 1, 0, 1, 2},           {0, -1, 0, -1, 3},
-                 {0, 32767, 0, 32767, 4}, {0, -32768, 0, -32768, 5}, {-5, 1, -1, -32768, 5}};
-    for (const auto& c : cases) {
-        qx_script::g.procRet = c.ret;
-        qx_script::g.procResult = c.result;
-        EXPECT_EQ(Run(node), c.expectRet);
-        EXPECT_TRUE(inPlace);
-        EXPECT_EQ((std::vector<int>{c.value, c.calls}), (std::vector<int>{seen.value, seen.calls}))
-            << c.result;
-        EXPECT_EQ(seen.self, &seen);
-    }
-    EXPECT_EQ(log.All().back(), Alg(3, "process", "failed: -5"));
 }
 
 TEST_F(AlgNodeTest, GetVersionParsesNumberAndFixLetter) {
@@ -438,8 +422,9 @@ class AlgStreamTest : public audiomw_test::AudioTest {
     }
 };
 
-// Stop and Destroy called from the callback on a worker are refused; both streams run on.
-TEST_F(AlgStreamTest, StopAndDestroyFromTheCallbackAreRefused) {
+// Stop and Destroy called from the callback on a worker are refused and both streams run on;
+// a pool that will not end keeps its stream, stopped, in its slot.
+TEST_F(AlgStreamTest, LifecycleCallsFromTheCallbackAndAPoolThatWillNotEnd) {
     qx_script::g.recording = false;
     qx_script::g.procResult = -2;
     Counter c0, c1;
@@ -459,15 +444,6 @@ TEST_F(AlgStreamTest, StopAndDestroyFromTheCallbackAreRefused) {
     EXPECT_EQ(AUDIO_ASTREAM_isRunning(0) + AUDIO_ASTREAM_isRunning(1), 2);
     const int before = c1.frames;
     EXPECT_TRUE(WaitFor([&] { return c1.frames > before + 5; })) << "stream 1 keeps running";
-    EXPECT_EQ(AUDIO_ASTREAM_Stop(0) + AUDIO_ASTREAM_Destroy(0) + AUDIO_ASTREAM_Destroy(1), 0);
-    EXPECT_EQ(AUDIO_ASTREAM_isReady(0), 0);
-    EXPECT_TRUE(log.Has(Alg(6, "destroy", "destroy ok")));
-}
-
-TEST_F(AlgStreamTest, DestroyKeepsTheStreamWhenThePoolRefusesToEnd) {
-    Counter c;
-    StartStream(0, &c);
-    ASSERT_TRUE(WaitFor([&] { return c.frames >= 2; }));
     ASSERT_EQ(AUDIO_ASTREAM_Stop(0), 0);  // the reader uses the pool
     ASTREAM_HANDLER_S* h = gs_AstreamHandler[0];
     ZN_PF_HANDLER_S* pool = h->pstWorkerPool;
@@ -478,8 +454,9 @@ TEST_F(AlgStreamTest, DestroyKeepsTheStreamWhenThePoolRefusesToEnd) {
     ASSERT_EQ(gs_AstreamHandler[0], h) << "back in its slot, stopped";
     EXPECT_EQ(AUDIO_ASTREAM_isRunning(0), 0);
     h->pstWorkerPool = pool;
-    EXPECT_EQ(AUDIO_ASTREAM_Destroy(0), 0);
+    EXPECT_EQ(AUDIO_ASTREAM_Destroy(0) + AUDIO_ASTREAM_Destroy(1), 0);
     EXPECT_TRUE(log.Has({6, "AUDIO_ASTREAM_Destroy", "ASTREAM[0] destroyed\n"}));
+    EXPECT_TRUE(log.Has(Alg(6, "destroy", "destroy ok")));
 }
 
 }  // namespace
