@@ -113,36 +113,37 @@ TEST_F(NodeTest, ChannelProcessVectors) {
     }
 }
 
-// A refused record: init logs why, the node stays disabled and, even forced on, touches nothing.
+// A refused record: init logs why, the node is kept disabled and, even forced on, touches nothing.
 TEST_F(NodeTest, RecordsOutsideTheBuffersAreRefused) {
+    const std::string r = "ASTREAM[0] ", missing = root.Dir() + "/none/d.pcm";
     const struct {
         int chn;
         ASTREAM_NODE_ATTR_S attr;
-        const char* message;
+        std::string message;
     } cases[] = {
         // clang-format off
-        {21, SwapAttr({0}), "SWAP node refused: 21 channels, the map holds 1..20"},
-        {0, SwapAttr({0}), "SWAP node refused: 0 channels, the map holds 1..20"},
-        {4, SwapAttr({0, 1, 2, 4}), "SWAP node refused: map[3] = 4 outside 4 channels"},
-        {4, SwapAttr({-1, 1, 2, 3}), "SWAP node refused: map[0] = -1 outside 4 channels"},
-        {4, SplitAttr(-1, 1, 1), "SPLIT node refused: offset -1, cnt a 1, cnt b 1 outside 4 channels"},
-        {4, SplitAttr(0, -1, 2), "SPLIT node refused: offset 0, cnt a -1, cnt b 2 outside 4 channels"},
-        {4, SplitAttr(1, 0, 0), "SPLIT node refused: offset 1, cnt a 0, cnt b 0 outside 4 channels"},
-        {4, SplitAttr(2, 2, 1), "SPLIT node refused: offset 2, cnt a 2, cnt b 1 outside 4 channels"},
-        {4, SplitAttr(INT_MAX, 1, 1), "SPLIT node refused: offset 2147483647, cnt a 1, cnt b 1 outside 4 channels"},
-        {0, SplitAttr(0, 1, 0), "SPLIT node refused: offset 0, cnt a 1, cnt b 0 outside 0 channels"},
-        {4, MergeAttr(3, 1, 1), "MERGE node refused: offset 3, cnt a 1, cnt b 1 outside 4 channels"},
-        {4, MergeAttr(0, INT_MAX, INT_MAX),
-         "MERGE node refused: offset 0, cnt a 2147483647, cnt b 2147483647 outside 4 channels"},
-        {4, MixinAttr(4, 0, 1), "MIXIN node refused: target 4, offset 0, cnt 1 outside 4 channels"},
-        {4, MixinAttr(-1, 0, 1), "MIXIN node refused: target -1, offset 0, cnt 1 outside 4 channels"},
-        {4, MixinAttr(0, 1, -1), "MIXIN node refused: target 0, offset 1, cnt -1 outside 4 channels"},
-        {4, MixinAttr(0, 3, 2), "MIXIN node refused: target 0, offset 3, cnt 2 outside 4 channels"},
-        {4, DumpAttr(DumpPath(), 3, 2), "DUMP node refused: offset 3, cnt 2 outside 4 channels"},
-        {4, DumpAttr(DumpPath(), -1, 1), "DUMP node refused: offset -1, cnt 1 outside 4 channels"},
-        {4, DumpAttr(DumpPath(), 0, -1), "DUMP node refused: offset 0, cnt -1 outside 4 channels"},
-        {4, DumpAttr(DumpPath(), INT_MAX, 2), "DUMP node refused: offset 2147483647, cnt 2 outside 4 channels"},
-        {0, DumpAttr(DumpPath(), 0, 0), "DUMP node refused: offset 0, cnt 0 outside 0 channels"},
+        {21, SwapAttr({0}), r + "SWAP node refused: 21 channels, the map holds 1..20"},
+        {0, SwapAttr({0}), r + "SWAP node refused: 0 channels, the map holds 1..20"},
+        {4, SwapAttr({0, 1, 2, 4}), r + "SWAP node refused: map[3] = 4 outside 4 channels"},
+        {4, SwapAttr({-1, 1, 2, 3}), r + "SWAP node refused: map[0] = -1 outside 4 channels"},
+        {4, SplitAttr(-1, 1, 1), r + "SPLIT node refused: offset -1, cnt a 1, cnt b 1 outside 4 channels"},
+        {4, SplitAttr(0, -1, 2), r + "SPLIT node refused: offset 0, cnt a -1, cnt b 2 outside 4 channels"},
+        {4, SplitAttr(1, 0, 0), r + "SPLIT node refused: offset 1, cnt a 0, cnt b 0 outside 4 channels"},
+        {4, SplitAttr(2, 2, 1), r + "SPLIT node refused: offset 2, cnt a 2, cnt b 1 outside 4 channels"},
+        {4, SplitAttr(INT_MAX, 1, 1), r + "SPLIT node refused: offset 2147483647, cnt a 1, cnt b 1 outside 4 channels"},
+        {0, SplitAttr(0, 1, 0), r + "SPLIT node refused: offset 0, cnt a 1, cnt b 0 outside 0 channels"},
+        {4, MergeAttr(3, 1, 1), r + "MERGE node refused: offset 3, cnt a 1, cnt b 1 outside 4 channels"},
+        {4, MergeAttr(0, INT_MAX, INT_MAX), r + "MERGE node refused: offset 0, cnt a 2147483647, cnt b 2147483647 outside 4 channels"},
+        {4, MixinAttr(4, 0, 1), r + "MIXIN node refused: target 4, offset 0, cnt 1 outside 4 channels"},
+        {4, MixinAttr(-1, 0, 1), r + "MIXIN node refused: target -1, offset 0, cnt 1 outside 4 channels"},
+        {4, MixinAttr(0, 1, -1), r + "MIXIN node refused: target 0, offset 1, cnt -1 outside 4 channels"},
+        {4, MixinAttr(0, 3, 2), r + "MIXIN node refused: target 0, offset 3, cnt 2 outside 4 channels"},
+        {4, DumpAttr(DumpPath(), 3, 2), r + "DUMP node refused: offset 3, cnt 2 outside 4 channels"},
+        {4, DumpAttr(DumpPath(), -1, 1), r + "DUMP node refused: offset -1, cnt 1 outside 4 channels"},
+        {4, DumpAttr(DumpPath(), 0, -1), r + "DUMP node refused: offset 0, cnt -1 outside 4 channels"},
+        {4, DumpAttr(DumpPath(), INT_MAX, 2), r + "DUMP node refused: offset 2147483647, cnt 2 outside 4 channels"},
+        {0, DumpAttr(DumpPath(), 0, 0), r + "DUMP node refused: offset 0, cnt 0 outside 0 channels"},
+        {2, DumpAttr(missing, 0, 1), "dump file " + missing + " create failed"},  // a dump without its file
         // clang-format on
     };
     for (const auto& t : cases) {
@@ -154,8 +155,10 @@ TEST_F(NodeTest, RecordsOutsideTheBuffersAreRefused) {
         ASSERT_NE(nullptr, node);
         const std::string failed =
             "ASTREAM[0] pipeline node type[" + std::to_string(t.attr.eType) + "] init failed";
-        EXPECT_EQ(1, log.Count({3, "init", std::string("ASTREAM[0] ") + t.message}));
-        EXPECT_TRUE(log.Has({3, "AUDIO_ASTREAM_InitPipeline", failed}));
+        EXPECT_EQ(1, log.Count({3, "init", t.message}));
+        log.ExpectInOrder({{3, "AUDIO_ASTREAM_InitPipeline", failed},
+                           {6, "AUDIO_ASTREAM_InitPipeline",
+                            "ASTREAM[0] add node type[" + std::to_string(t.attr.eType) + "]"}});  // kept
         EXPECT_EQ(ZN_FALSE, node->_mbEnable);
         const bool dump = t.attr.eType == ASTREAM_NODE_TYPE_E_DEBUG_DUMP;
         Samples in(s.h.u32BufLen / 2 + 1, 1111), out(in.size(), 2222);
@@ -168,6 +171,7 @@ TEST_F(NodeTest, RecordsOutsideTheBuffersAreRefused) {
             EXPECT_EQ(Samples(out.size(), 2222), out);
         }
         EXPECT_EQ((Bytes{1, 2, 3}), ReadFileBytes(DumpPath()));
+        EXPECT_FALSE(FileExists(missing));
         node->destroy();
     }
 }

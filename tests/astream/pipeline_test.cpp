@@ -52,31 +52,6 @@ TEST_F(PipelineTest, CodeWithoutClassUndoesTheBuild) {
     }
 }
 
-// A node whose init fails is reported and kept; a dump without its file writes nothing.
-TEST_F(PipelineTest, NodeWhoseInitFailsIsKept) {
-    FakeStream s(2, 4, 0);
-    const std::string missing = root.Dir() + "/none/d.pcm";
-    ASTREAM_ATTR_S a = StreamAttr(0, 1, {DumpAttr(missing, 0, 1), SplitAttr(0, 3, 0), SwapAttr({1, 0})});
-    ASSERT_EQ(0, AUDIO_ASTREAM_InitPipeline(&s.h, &a));
-    ASSERT_EQ(3u, s.h.lstNode.size());
-    log.ExpectInOrder({{3, "init", "dump file " + missing + " create failed"},
-                       Pipeline(3, "ASTREAM[0] pipeline node type[154] init failed"),
-                       Pipeline(6, "ASTREAM[0] add node type[154]"),
-                       Pipeline(3, "ASTREAM[0] pipeline node type[2] init failed"),
-                       Pipeline(6, "ASTREAM[0] add node type[2]"),
-                       Pipeline(6, "ASTREAM[0] add node type[1]")});
-    EXPECT_FALSE(log.Has(Pipeline(3, "ASTREAM[0] pipeline node type[1] init failed")));
-    std::vector<ASTREAM_NODE_S*> nodes(s.h.lstNode.begin(), s.h.lstNode.end());
-    EXPECT_EQ((std::vector<int>{ZN_FALSE, ZN_FALSE, ZN_TRUE}),
-              (std::vector<int>{nodes[0]->_mbEnable, nodes[1]->_mbEnable, nodes[2]->_mbEnable}));
-    nodes[0]->_mbEnable = ZN_TRUE;
-    std::vector<char> in(s.h.u32BufLen, 9), out(in.size(), 0);
-    bool inPlace = false;
-    EXPECT_EQ(0, nodes[0]->process(in.data(), out.data(), inPlace));
-    EXPECT_TRUE(inPlace);
-    EXPECT_FALSE(audiomw_test::FileExists(missing));
-}
-
 // The worker job over buffers A and B: out-of-place nodes swap them, failures are reported.
 TEST_F(PipelineTest, WorkerJobPassesTheBuffersAlongTheChain) {
     using Samples = std::vector<int16_t>;
