@@ -83,74 +83,76 @@ class OutputNodeTest : public audiomw_test::AoTest {
     int16_t out[kChn * kFrames];
 };
 
-// Init enables the AO, destroy disables it; an AO that cannot open fails init, the node stays.
-TEST_F(OutputNodeTest, InitEnablesTheAoAndDestroyDisablesIt) {
-    ASSERT_NE(nullptr, Build(OutputAttr(2, 0, 2)));
-    EXPECT_EQ(1, AUDIO_AO_isReady(2));
+// Init enables the AO, destroy disables it. What reaches the AO per record: the group, every drop
+// counter's frame on AO 1 only, line-in to AO 0 by state and GPIO (1 clears the state and sends
+// silence, zeroing the group in pOut only, -1 keeps it), nothing from a group outside the stream.
+// The recording gets AO 0's data all the same; an AO that cannot open fails init, the node stays.
+TEST_F(OutputNodeTest, ProcessSendsTheGroupByRecordLineInAndGpio) {
+    root.SetMarker("/var/recordoutput");
+    const std::string outside = " outside 4 channels, nothing is sent";
+    const struct {
+        ASTREAM_NODE_ATTR_S attr;
+        bool connected;
+        int gpio, frames, ret, sent;  // sent: copies of the group, -1: silence
+        bool after;                   // the line-in state afterwards
+        std::string line;             // an init error
+    } cases[] = {
+        // clang-format off
+        {OutputAttr(2, 0, 2), false, 0, 1, 0, 1, false, ""},
+        {OutputAttr(1, 2, 2, -1, 3), false, 0, 5, 0, 2, false, ""},
+        {OutputAttr(2, 2, 2, -1, 3), false, 0, 5, 0, 5, false, ""},
+        {OutputAttr(0, 0, 2, 1), true, 0, 1, 0, 1, true, ""},
+        {OutputAttr(0, 0, 2, 1), true, -1, 1, 0, 1, true, ""},
+        {OutputAttr(0, 0, 2, 1), true, 1, 1, 0, -1, false, ""},
+        {OutputAttr(2, 0, 2, 1), true, 1, 1, 0, 1, true, ""},
+        {OutputAttr(2, 0, 2, 1), false, 1, 1, 0, 1, false, ""},
+        {OutputAttr(2, 3, 2), false, 0, 1, -1, 0, false, "offset 3 count 2" + outside},
+        {OutputAttr(2, -1, 2), false, 0, 1, -1, 0, false, "offset -1 count 2" + outside},
+        {OutputAttr(2, 5, 0), false, 0, 1, -1, 0, false, "offset 5 count 0" + outside},
+        {OutputAttr(2, 0, -1), false, 0, 1, -1, 0, false, "offset 0 count -1" + outside},
+        {OutputAttr(2, 0x7fffffff, 2), false, 0, 1, -1, 0, false, "offset 2147483647 count 2" + outside},
+        // clang-format on
+    };
+    for (const auto& c : cases) {
+        const ASTREAM_OUTPUT_ATTR_S& o = c.attr.unAttr.stOutput;
+        SCOPED_TRACE(testing::Message() << "AO " << o.s32AoId << ", offset " << o.s32ChnOffset << ", GPIO "
+                                        << c.gpio << ", connected " << c.connected);
+        SetLineIn(false);  // a change reaches only the node registered at the time
+        log.Clear();
+        ASTREAM_NODE_S* node = Build(c.attr);
+        EXPECT_EQ(c.line.empty(), !log.Has({3, "init", "ASTREAM[0] node type[0] channel group " + c.line}));
+        EXPECT_TRUE(c.ret != 0 || AUDIO_AO_isReady(o.s32AoId) == 1) << "init enables the AO";
+        SetLineIn(c.connected);
+        BSP_SetGpioOverride(14, c.gpio);
+        const Bytes before = SinkBytes(10 + o.s32AoId, 0);
+        for (int f = 0; f < c.frames; f++)
+            EXPECT_EQ(c.ret, Process(node));
+        const Bytes sink = SinkBytes(10 + o.s32AoId, 0);
+        EXPECT_EQ(c.sent < 0    ? Bytes(2 * kBlock, 0)
+                  : c.sent == 0 ? Bytes()
+                                : Group(o.s32ChnOffset, o.s32ChnCnt, c.sent),
+                  Bytes(sink.begin() + before.size(), sink.end()));
+        EXPECT_EQ(c.after ? ZN_TRUE : ZN_FALSE, AUDIO_ASTREAM_GetLineInConnetState());
+        Bytes pOut(sizeof(out), 0x5A);
+        std::fill_n(pOut.begin(), c.sent < 0 ? 2 * kBlock : 0, 0);
+        EXPECT_EQ(pOut,
+                  Bytes(reinterpret_cast<uint8_t*>(out), reinterpret_cast<uint8_t*>(out) + sizeof(out)));
+    }
     const auto lines = log.All();
     EXPECT_TRUE(std::any_of(lines.begin(), lines.end(), [](const audiomw_test::Logged& l) {
         return l.level == 7 && l.func == "init" &&
                std::regex_match(l.message, std::regex("[0-9]+, OUTPUT node\n"));
     })) << log.Dump();
-    EXPECT_EQ(0, AUDIO_ASTREAM_DestroyPipeline(&streams.back().h) + AUDIO_AO_isReady(2));
+    root.SetMarker("/var/recordoutput", false);
+    ASTREAM_RecordOutputData(nullptr, 0);  // closes the recording
+    EXPECT_EQ(Group(0, 2, 3), audiomw_test::ReadFileBytes(root.Path("/var/I2sOutput.pcm")));
+    gs_AstreamHandler[0] = nullptr;
+    streams.clear();
+    EXPECT_EQ(0, AUDIO_AO_isReady(0) + AUDIO_AO_isReady(1) + AUDIO_AO_isReady(2));
     vcard_remove_card(12);
     ASTREAM_NODE_S* node = Build(OutputAttr(2, 0, 2));
-    ASSERT_NE(nullptr, node);
     EXPECT_TRUE(log.Has({3, "AUDIO_ASTREAM_InitPipeline", "ASTREAM[0] pipeline node type[0] init failed"}));
     EXPECT_EQ(0, Process(node));
-}
-
-TEST_F(OutputNodeTest, DropCounterActsOnAo1Only) {
-    ASTREAM_NODE_S* onAo1 = Build(OutputAttr(1, 2, 2, -1, 3));
-    ASTREAM_NODE_S* onAo2 = Build(OutputAttr(2, 2, 2, -1, 3));
-    for (int frame = 0; frame < 5; frame++) {
-        EXPECT_EQ(0, Process(onAo1) + Process(onAo2));
-    }
-    EXPECT_EQ(Group(2, 2, 2), SinkBytes(11, 0));
-    EXPECT_EQ(Group(2, 2, 5), SinkBytes(12, 0));
-}
-
-// Line-in to AO 0 follows the state and GPIO (1 clears it, -1 keeps it); other AOs always get it.
-TEST_F(OutputNodeTest, LineInStateAndGpioDecideWhatReachesTheAo) {
-    const struct {
-        int ao, gpio;
-        bool connected, sent, connectedAfter;
-    } cases[] = {{0, 0, true, true, true},
-                 {0, -1, true, true, true},
-                 {0, 1, true, false, false},
-                 {2, 1, true, true, true},
-                 {2, 1, false, true, false}};
-    for (const auto& c : cases) {
-        SCOPED_TRACE(testing::Message()
-                     << "AO " << c.ao << ", GPIO " << c.gpio << ", connected " << c.connected);
-        SetLineIn(false);  // a change reaches only the node registered at the time
-        ASTREAM_NODE_S* node = Build(OutputAttr(c.ao, 0, 2, 1));
-        SetLineIn(c.connected);
-        BSP_SetGpioOverride(14, c.gpio);
-        const size_t before = SinkBytes(10 + c.ao, 0).size();
-        EXPECT_EQ(0, Process(node));
-        const Bytes sink = SinkBytes(10 + c.ao, 0);
-        EXPECT_EQ(c.sent ? Group(0, 2) : Bytes(2 * kBlock, 0), Bytes(sink.begin() + before, sink.end()));
-        EXPECT_EQ(c.connectedAfter ? ZN_TRUE : ZN_FALSE, AUDIO_ASTREAM_GetLineInConnetState());
-    }
-}
-
-// A disconnected line-in: silence to AO 0 (group zeroed in pOut only), data to the recording.
-TEST_F(OutputNodeTest, DisconnectedLineInSendsSilenceToAo0WhileTheRecordingGetsTheData) {
-    root.SetMarker("/var/recordoutput");
-    ASTREAM_NODE_S* node = Build(OutputAttr(0, 1, 2, 1));
-    BSP_SetGpioOverride(14, 1);
-    for (int frame = 0; frame < 3; frame++) {
-        EXPECT_EQ(0, Process(node));
-    }
-    EXPECT_EQ(Bytes(3 * 2 * kBlock, 0), SinkBytes(10, 0));
-    const uint8_t* o = reinterpret_cast<const uint8_t*>(out);
-    Bytes expect(4 * kBlock, 0x5A);
-    std::fill_n(expect.begin() + kBlock, 2 * kBlock, 0);
-    EXPECT_EQ(expect, Bytes(o, o + 4 * kBlock));
-    root.SetMarker("/var/recordoutput", false);
-    EXPECT_EQ(0, Process(node));  // closes the recording
-    EXPECT_EQ(Group(1, 2, 3), audiomw_test::ReadFileBytes(root.Path("/var/I2sOutput.pcm")));
 }
 
 // State changes reach setCfg, which takes only the connect flag; the debug marker traces frames.
@@ -179,20 +181,6 @@ TEST_F(OutputNodeTest, StateChangesReachSetCfgWhichTakesOnlyTheConnectFlag) {
     BSP_SetGpioOverride(14, 0);
     Process(node);
     EXPECT_EQ("process: Conn =1, SourceId =1, AoId =0 \n", Printed(trace));
-}
-
-TEST_F(OutputNodeTest, GroupOutsideTheStreamIsRefusedAndNothingIsWritten) {
-    for (auto [offset, count] :
-         std::vector<std::pair<int, int>>{{3, 2}, {-1, 2}, {5, 0}, {0, -1}, {0x7fffffff, 2}}) {
-        SCOPED_TRACE(offset);
-        ASTREAM_NODE_S* node = Build(OutputAttr(2, offset, count));
-        EXPECT_TRUE(log.Has({3, "init",
-                             "ASTREAM[0] node type[0] channel group offset " + std::to_string(offset) +
-                                 " count " + std::to_string(count) + " outside 4 channels, nothing is sent"}))
-            << log.Dump();
-        EXPECT_EQ(-1, Process(node));
-        EXPECT_EQ(0u, SinkBytes(12, 0).size());
-    }
 }
 
 // An AO that records the size of every write it is handed.
