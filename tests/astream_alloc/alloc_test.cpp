@@ -31,7 +31,8 @@ TEST(AllocTest, RunningStreamAllocatesNothingAfterStart) {
     std::thread t([&] {
         while (!go)
             std::this_thread::yield();
-        delete new int(3);
+        int* volatile p = new int(3);  // volatile: the pair is not elided
+        delete p;
     });
     audiomw_test::AllocCounterArm();
     go = true;
