@@ -24,9 +24,8 @@ constexpr int16_t kLo = INT16_MIN, kHi = INT16_MAX;
 
 Samples Iota(size_t n) {
     Samples v(n);
-    for (size_t i = 0; i < n; i++) {
+    for (size_t i = 0; i < n; i++)
         v[i] = static_cast<int16_t>(i + 1);
-    }
     return v;
 }
 
@@ -197,9 +196,8 @@ TEST_F(NodeTest, DumpAppendsTheGroupOfEnabledPeriods) {
         ASSERT_EQ(0, node->process(P(in), P(out), inPlace));
         EXPECT_EQ(enabled || period == 10, inPlace);
         EXPECT_EQ(before, in);
-        if (enabled) {
+        if (enabled)
             expect.insert(expect.end(), in.begin() + block, in.begin() + 3 * block);
-        }
     }
     EXPECT_EQ(Bytes(out.size(), 0), out);
     EXPECT_EQ(expect, ReadFileBytes(DumpPath()));

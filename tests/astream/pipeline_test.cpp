@@ -74,9 +74,8 @@ TEST_F(PipelineTest, WorkerJobPassesTheBuffersAlongTheChain) {
         ASTREAM_ATTR_S a = StreamAttr(0, 1);
         a.lstNodeAttr.assign(c.nodes.begin(), c.nodes.end());
         ASSERT_EQ(0, AUDIO_ASTREAM_InitPipeline(&s.h, &a));
-        if (c.forceOn >= 0) {
+        if (c.forceOn >= 0)
             (*std::next(s.h.lstNode.begin(), c.forceOn))->_mbEnable = ZN_TRUE;
-        }
         Samples bufA = c.a, bufB(c.a.size(), 0x5555);
         s.h.astJob[0] = {&s.h, reinterpret_cast<char*>(bufA.data()), reinterpret_cast<char*>(bufB.data())};
         audiomw_test::StdoutCapture out;

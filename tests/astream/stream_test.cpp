@@ -31,9 +31,8 @@ int RealFeed(ZN_PF_HANDLER_S* pPool, void* pJob, int s32Arg) {
 
 int UTIL_PF_Feed(ZN_PF_HANDLER_S* pPool, void* pJob, int s32Arg) {
     void* none = nullptr;
-    if (pool_hook::hold.load() && pool_hook::held.compare_exchange_strong(none, pJob)) {
+    if (pool_hook::hold.load() && pool_hook::held.compare_exchange_strong(none, pJob))
         return 0;
-    }
     return pool_hook::RealFeed(pPool, pJob, s32Arg);
 }
 
@@ -86,9 +85,8 @@ struct ScriptedAi : public AI_DEVICE_S {
     int _readFrame(unsigned char* pBuf, unsigned int u32Len, unsigned int& u32ReadLen, unsigned long long&,
                    int) override {
         const int n = reads.load();
-        if (n == gateRead) {
+        if (n == gateRead)
             gate.Pass();
-        }
         u32ReadLen = shortReads.count(n) ? u32Len / 2 : u32Len;
         std::fill_n(reinterpret_cast<int16_t*>(pBuf), u32ReadLen / 2, static_cast<int16_t>(n));
         reads++;
@@ -108,9 +106,8 @@ struct ProbeNode : public ASTREAM_NODE_S {
     int process(char* pIn, char*, bool& bInPlace) override {
         const int16_t period = *reinterpret_cast<int16_t*>(pIn);
         int entry = -1;
-        for (int i = 0; i < ASTREAM_JOB_MAX_NUM; i++) {
+        for (int i = 0; i < ASTREAM_JOB_MAX_NUM; i++)
             entry = pIn == _mpHandler->astJob[i].pBufA ? i : entry;
-        }
         if (period == holdPeriod) {
             const std::vector<char> copy(pIn, pIn + _mpHandler->u32BufLen);
             gate.Pass();
@@ -425,9 +422,8 @@ TEST_F(StreamTest, StressCyclesWithDumpsSwitchedFromAnotherThread) {
             << "cycle " << c;
         ASSERT_EQ(0, (c % 2 == 0 ? AUDIO_ASTREAM_Stop(0) : 0) + AUDIO_ASTREAM_Stop(1));
         ASSERT_EQ(0, AUDIO_ASTREAM_Destroy(0) + AUDIO_ASTREAM_Destroy(1));
-        if (c % 32 == 0) {
+        if (c % 32 == 0)
             log.Clear();
-        }
     }
     done.store(true);
     toggler.join();

@@ -42,9 +42,8 @@ class OutputNodeTest : public audiomw_test::AoTest {
             AO_ATTR_S attr = audiomw_test::AlsaAoAttr(10 + ao, 0, 16000, 2, kFrames);
             ASSERT_EQ(0, AUDIO_AO_Create(ao, &attr));
         }
-        for (int i = 0; i < kChn * static_cast<int>(kFrames); i++) {
+        for (int i = 0; i < kChn * static_cast<int>(kFrames); i++)
             in[i] = static_cast<int16_t>(i * 3 + 1);
-        }
     }
     void TearDown() override {
         gs_AstreamHandler[0] = nullptr;
@@ -72,9 +71,8 @@ class OutputNodeTest : public audiomw_test::AoTest {
     Bytes Group(int offset, int count, int times = 1) const {
         const uint8_t* p = reinterpret_cast<const uint8_t*>(in) + offset * kBlock;
         Bytes r;
-        for (int i = 0; i < times; i++) {
+        for (int i = 0; i < times; i++)
             r.insert(r.end(), p, p + count * kBlock);
-        }
         return r;
     }
 
@@ -205,9 +203,8 @@ TEST_F(OutputNodeTest, EmptyGroupIsSentAndRecorded) {
         EXPECT_EQ(0, Process(node)) << offset;
     }
     EXPECT_EQ((std::vector<int>{0, 0}), ao->writes);
-    for (const auto& l : log.All()) {
+    for (const auto& l : log.All())
         EXPECT_LT(4, l.level) << l;
-    }
     EXPECT_TRUE(audiomw_test::FileExists(root.Path("/var/I2sOutput.pcm")));
     root.SetMarker("/var/recordoutput", false);
     ASTREAM_RecordOutputData(nullptr, 0);  // closes the recording
