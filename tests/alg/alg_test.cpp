@@ -67,9 +67,41 @@ Logged Alg(int level, const char* func, const std::string& m) {
     return {level, func, "Orvane Audio Alg " + m};
 }
 
+struct Counter {
+    std::atomic<int> frames{0}, lastResult{0}, stopRet{1}, destroyRet{1}, destroyOtherRet{1};
+    bool lifecycle = false;  // stream 0's first callback calls Stop and Destroy
+};
+
+void CountFrame(void* arg, short result) {
+    Counter* c = static_cast<Counter*>(arg);
+    c->lastResult = result;
+    if (c->lifecycle && c->frames == 0) {
+        c->stopRet = AUDIO_ASTREAM_Stop(0);
+        c->destroyRet = AUDIO_ASTREAM_Destroy(0);
+        c->destroyOtherRet = AUDIO_ASTREAM_Destroy(1);
+    }
+    c->frames++;
+}
+
 class AlgNodeTest : public audiomw_test::AudioTest {
   protected:
     void SetUp() override { qx_script::Reset(); }
+    void TearDown() override {
+        for (int id : {0, 1}) {
+            AUDIO_ASTREAM_Destroy(id);
+            astream_test::DropAi(id + 2);
+        }
+    }
+    // File AI `id` + 2 and stream `id` of two workers on it with one algorithm node.
+    void StartStream(int id, Counter* c) {
+        const std::string path = root.Dir() + "/in" + std::to_string(id) + ".pcm";
+        audiomw_test::WriteFileBytes(path, Period(4, 256));
+        AI_ATTR_S ai = astream_test::FileAi(path, 4, 256);
+        ASTREAM_ATTR_S attr =
+            astream_test::StreamAttr(id + 2, 2, {AlgAttr(0, 2, 0, 2, 3, -1, &CountFrame, c)});
+        ASSERT_EQ(AUDIO_AI_Create(id + 2, &ai) + AUDIO_ASTREAM_Create(id, &attr) + AUDIO_ASTREAM_Start(id),
+                  0);
+    }
 
     // A node on a new stream (AI 0: kChn channels) with mics at 1..2, ref 3, exref 4, allref 5.
     ASTREAM_NODE_S* Node(ASTREAM_NODE_ATTR_S a = AlgAttr(1, 2, 0, 3, 4, 5)) {
@@ -386,45 +418,9 @@ TEST_F(AlgNodeTest, CallsIntoTheSharedInstanceAreSerialised) {
     EXPECT_EQ(qx_script::g.micVolCalls, 2 * kEach);
 }
 
-struct Counter {
-    std::atomic<int> frames{0}, lastResult{0}, stopRet{1}, destroyRet{1}, destroyOtherRet{1};
-    bool lifecycle = false;  // stream 0's first callback calls Stop and Destroy
-};
-
-void CountFrame(void* arg, short result) {
-    Counter* c = static_cast<Counter*>(arg);
-    c->lastResult = result;
-    if (c->lifecycle && c->frames == 0) {
-        c->stopRet = AUDIO_ASTREAM_Stop(0);
-        c->destroyRet = AUDIO_ASTREAM_Destroy(0);
-        c->destroyOtherRet = AUDIO_ASTREAM_Destroy(1);
-    }
-    c->frames++;
-}
-
-class AlgStreamTest : public audiomw_test::AudioTest {
-  protected:
-    void SetUp() override { qx_script::Reset(); }
-    void TearDown() override {
-        for (int id : {0, 1}) {
-            AUDIO_ASTREAM_Destroy(id);
-            astream_test::DropAi(id);
-        }
-    }
-    // File AI `id` and stream `id` of two workers on it with one algorithm node.
-    void StartStream(int id, Counter* c) {
-        const std::string path = root.Dir() + "/in" + std::to_string(id) + ".pcm";
-        audiomw_test::WriteFileBytes(path, Period(4, 256));
-        AI_ATTR_S ai = astream_test::FileAi(path, 4, 256);
-        ASSERT_EQ(AUDIO_AI_Create(id, &ai), 0);
-        ASTREAM_ATTR_S attr = astream_test::StreamAttr(id, 2, {AlgAttr(0, 2, 0, 2, 3, -1, &CountFrame, c)});
-        ASSERT_EQ(AUDIO_ASTREAM_Create(id, &attr) + AUDIO_ASTREAM_Start(id), 0);
-    }
-};
-
 // Stop and Destroy called from the callback on a worker are refused and both streams run on;
 // a pool that will not end keeps its stream, stopped, in its slot.
-TEST_F(AlgStreamTest, LifecycleCallsFromTheCallbackAndAPoolThatWillNotEnd) {
+TEST_F(AlgNodeTest, LifecycleCallsFromTheCallbackAndAPoolThatWillNotEnd) {
     qx_script::g.recording = false;
     qx_script::g.procResult = -2;
     Counter c0, c1;
