@@ -2,8 +2,6 @@
 #include <algorithm>
 #include <climits>
 #include <cstdint>
-#include <cstring>
-#include <random>
 #include <string>
 #include <vector>
 
