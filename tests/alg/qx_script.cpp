@@ -13,16 +13,14 @@ std::atomic<int> procCount{0}, maxInside{0};
 void Reset() {
     std::lock_guard<std::mutex> lk(mtx);
     g = Script();
-    procCount = 0;
-    maxInside = 0;
+    procCount = maxInside = 0;
 }
 }  // namespace qx_script
 
 namespace {
 struct Instance {
     int frame, blocks;  // blocks: microphones + line-in
-};
-Instance g_instances[8];
+} g_instances[8];
 int g_instanceCount = 0;
 std::atomic<int> g_inside{0};
 }  // namespace
@@ -46,26 +44,24 @@ void* QX_AudioAlgInit(QX_AUDIO_ALG_PARAM_S* pstParam, int* ps32Err) {
 
 int QX_AudioAlgFrmProc(void* pHandle, short* ps16Mic, short* ps16Ref, short* ps16Out, short* ps16Result) {
     const int inside = ++g_inside;
-    int seen = qx_script::maxInside;
-    while (inside > seen && !qx_script::maxInside.compare_exchange_weak(seen, inside)) {
+    for (int seen = qx_script::maxInside;
+         inside > seen && !qx_script::maxInside.compare_exchange_weak(seen, inside);) {
     }
     std::unique_lock<std::mutex> lk(qx_script::mtx);
-    const auto* inst = static_cast<const Instance*>(pHandle);
-    const size_t frameBytes = static_cast<size_t>(inst->frame) * 2;
+    const size_t frameBytes = static_cast<size_t>(static_cast<const Instance*>(pHandle)->frame) * 2;
+    const size_t micBytes = frameBytes * static_cast<const Instance*>(pHandle)->blocks;
     const auto* mic = reinterpret_cast<const uint8_t*>(ps16Mic);
     const auto* ref = reinterpret_cast<const uint8_t*>(ps16Ref);
-    if (g.recording) {
+    if (g.recording)
         g.procs.push_back({pHandle, ps16Mic, ps16Ref, ps16Out, *ps16Result,
-                           std::vector<uint8_t>(mic, mic + frameBytes * static_cast<size_t>(inst->blocks)),
+                           std::vector<uint8_t>(mic, mic + micBytes),
                            std::vector<uint8_t>(ref, ref + frameBytes)});
-    }
     std::memcpy(ps16Out, ps16Mic, frameBytes);  // the "processed" first microphone
     *ps16Result = g.procResult;
     const int ret = g.procRet, yields = g.yields;
     lk.unlock();
-    for (int i = 0; i < yields; i++) {
+    for (int i = 0; i < yields; i++)
         sched_yield();
-    }
     ++qx_script::procCount;
     --g_inside;
     return ret;

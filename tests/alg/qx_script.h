@@ -27,8 +27,7 @@ struct ProcCall {
 
 // The answers and the record; tests set and read it while no stream thread runs.
 struct Script {
-    int initErr = 0;  // not 0: init fails with it
-    int procRet = 0;
+    int initErr = 0, procRet = 0;  // initErr not 0: init fails with it
     short procResult = 0;
     std::string version = "V1032b";
     float micRet = -20;

@@ -77,9 +77,8 @@ inline ASTREAM_ATTR_S StreamAttr(int ai, int workers, std::initializer_list<ASTR
 // One node built from `a` through the pipeline and taken out of the stream's list again.
 inline std::unique_ptr<ASTREAM_NODE_S> BuildNode(FakeStream& s, ASTREAM_NODE_ATTR_S a) {
     ASTREAM_ATTR_S attr = StreamAttr(0, 1, {a});
-    if (AUDIO_ASTREAM_InitPipeline(&s.h, &attr) != 0 || s.h.lstNode.empty()) {
+    if (AUDIO_ASTREAM_InitPipeline(&s.h, &attr) != 0 || s.h.lstNode.empty())
         return nullptr;
-    }
     std::unique_ptr<ASTREAM_NODE_S> node(s.h.lstNode.back());
     s.h.lstNode.pop_back();
     return node;

@@ -1,9 +1,8 @@
-// Channel and dump nodes: exact buffers, bInPlace, log lines, refused records, dump files.
+// Channel and dump nodes: exact buffers, bInPlace, log lines, refused records, dump files; the
+// pipeline build and teardown, and the worker job that runs a pipeline.
 #include <algorithm>
 #include <climits>
 #include <cstdint>
-#include <cstring>
-#include <random>
 #include <string>
 #include <vector>
 
@@ -14,6 +13,7 @@ namespace {
 
 using namespace astream_test;
 using audiomw_test::FileExists;
+using audiomw_test::Logged;
 using audiomw_test::ReadFileBytes;
 using audiomw_test::WriteFileBytes;
 using Samples = std::vector<int16_t>;
@@ -24,9 +24,8 @@ constexpr int16_t kLo = INT16_MIN, kHi = INT16_MAX;
 
 Samples Iota(size_t n) {
     Samples v(n);
-    for (size_t i = 0; i < n; i++) {
+    for (size_t i = 0; i < n; i++)
         v[i] = static_cast<int16_t>(i + 1);
-    }
     return v;
 }
 
@@ -72,13 +71,16 @@ const ProcessVector kVectors[] = {
     {2, 4, MixinAttr(1, 0, 2), {3, 6, 9, 12, 30, 60, 90, 120}, {3, 6, 9, 12, 13, 27, 43, 94}, true},
 };
 
+Logged Pipeline(int level, const std::string& message) {
+    return {level, "AUDIO_ASTREAM_InitPipeline", message};
+}
+
 class NodeTest : public audiomw_test::AudioTest {
   protected:
     std::string DumpPath() const { return root.Dir() + "/d.pcm"; }
     bool NoErrors() const {
         const auto all = log.All();
-        return std::none_of(all.begin(), all.end(),
-                            [](const audiomw_test::Logged& l) { return l.level <= 4; });
+        return std::none_of(all.begin(), all.end(), [](const Logged& l) { return l.level <= 4; });
     }
 };
 
@@ -113,36 +115,37 @@ TEST_F(NodeTest, ChannelProcessVectors) {
     }
 }
 
-// A refused record: init logs why, the node stays disabled and, even forced on, touches nothing.
+// A refused record: init logs why, the node is kept disabled and, even forced on, touches nothing.
 TEST_F(NodeTest, RecordsOutsideTheBuffersAreRefused) {
+    const std::string r = "ASTREAM[0] ", missing = root.Dir() + "/none/d.pcm";
     const struct {
         int chn;
         ASTREAM_NODE_ATTR_S attr;
-        const char* message;
+        std::string message;
     } cases[] = {
         // clang-format off
-        {21, SwapAttr({0}), "SWAP node refused: 21 channels, the map holds 1..20"},
-        {0, SwapAttr({0}), "SWAP node refused: 0 channels, the map holds 1..20"},
-        {4, SwapAttr({0, 1, 2, 4}), "SWAP node refused: map[3] = 4 outside 4 channels"},
-        {4, SwapAttr({-1, 1, 2, 3}), "SWAP node refused: map[0] = -1 outside 4 channels"},
-        {4, SplitAttr(-1, 1, 1), "SPLIT node refused: offset -1, cnt a 1, cnt b 1 outside 4 channels"},
-        {4, SplitAttr(0, -1, 2), "SPLIT node refused: offset 0, cnt a -1, cnt b 2 outside 4 channels"},
-        {4, SplitAttr(1, 0, 0), "SPLIT node refused: offset 1, cnt a 0, cnt b 0 outside 4 channels"},
-        {4, SplitAttr(2, 2, 1), "SPLIT node refused: offset 2, cnt a 2, cnt b 1 outside 4 channels"},
-        {4, SplitAttr(INT_MAX, 1, 1), "SPLIT node refused: offset 2147483647, cnt a 1, cnt b 1 outside 4 channels"},
-        {0, SplitAttr(0, 1, 0), "SPLIT node refused: offset 0, cnt a 1, cnt b 0 outside 0 channels"},
-        {4, MergeAttr(3, 1, 1), "MERGE node refused: offset 3, cnt a 1, cnt b 1 outside 4 channels"},
-        {4, MergeAttr(0, INT_MAX, INT_MAX),
-         "MERGE node refused: offset 0, cnt a 2147483647, cnt b 2147483647 outside 4 channels"},
-        {4, MixinAttr(4, 0, 1), "MIXIN node refused: target 4, offset 0, cnt 1 outside 4 channels"},
-        {4, MixinAttr(-1, 0, 1), "MIXIN node refused: target -1, offset 0, cnt 1 outside 4 channels"},
-        {4, MixinAttr(0, 1, -1), "MIXIN node refused: target 0, offset 1, cnt -1 outside 4 channels"},
-        {4, MixinAttr(0, 3, 2), "MIXIN node refused: target 0, offset 3, cnt 2 outside 4 channels"},
-        {4, DumpAttr(DumpPath(), 3, 2), "DUMP node refused: offset 3, cnt 2 outside 4 channels"},
-        {4, DumpAttr(DumpPath(), -1, 1), "DUMP node refused: offset -1, cnt 1 outside 4 channels"},
-        {4, DumpAttr(DumpPath(), 0, -1), "DUMP node refused: offset 0, cnt -1 outside 4 channels"},
-        {4, DumpAttr(DumpPath(), INT_MAX, 2), "DUMP node refused: offset 2147483647, cnt 2 outside 4 channels"},
-        {0, DumpAttr(DumpPath(), 0, 0), "DUMP node refused: offset 0, cnt 0 outside 0 channels"},
+        {21, SwapAttr({0}), r + "SWAP node refused: 21 channels, the map holds 1..20"},
+        {0, SwapAttr({0}), r + "SWAP node refused: 0 channels, the map holds 1..20"},
+        {4, SwapAttr({0, 1, 2, 4}), r + "SWAP node refused: map[3] = 4 outside 4 channels"},
+        {4, SwapAttr({-1, 1, 2, 3}), r + "SWAP node refused: map[0] = -1 outside 4 channels"},
+        {4, SplitAttr(-1, 1, 1), r + "SPLIT node refused: offset -1, cnt a 1, cnt b 1 outside 4 channels"},
+        {4, SplitAttr(0, -1, 2), r + "SPLIT node refused: offset 0, cnt a -1, cnt b 2 outside 4 channels"},
+        {4, SplitAttr(1, 0, 0), r + "SPLIT node refused: offset 1, cnt a 0, cnt b 0 outside 4 channels"},
+        {4, SplitAttr(2, 2, 1), r + "SPLIT node refused: offset 2, cnt a 2, cnt b 1 outside 4 channels"},
+        {4, SplitAttr(INT_MAX, 1, 1), r + "SPLIT node refused: offset 2147483647, cnt a 1, cnt b 1 outside 4 channels"},
+        {0, SplitAttr(0, 1, 0), r + "SPLIT node refused: offset 0, cnt a 1, cnt b 0 outside 0 channels"},
+        {4, MergeAttr(3, 1, 1), r + "MERGE node refused: offset 3, cnt a 1, cnt b 1 outside 4 channels"},
+        {4, MergeAttr(0, INT_MAX, INT_MAX), r + "MERGE node refused: offset 0, cnt a 2147483647, cnt b 2147483647 outside 4 channels"},
+        {4, MixinAttr(4, 0, 1), r + "MIXIN node refused: target 4, offset 0, cnt 1 outside 4 channels"},
+        {4, MixinAttr(-1, 0, 1), r + "MIXIN node refused: target -1, offset 0, cnt 1 outside 4 channels"},
+        {4, MixinAttr(0, 1, -1), r + "MIXIN node refused: target 0, offset 1, cnt -1 outside 4 channels"},
+        {4, MixinAttr(0, 3, 2), r + "MIXIN node refused: target 0, offset 3, cnt 2 outside 4 channels"},
+        {4, DumpAttr(DumpPath(), 3, 2), r + "DUMP node refused: offset 3, cnt 2 outside 4 channels"},
+        {4, DumpAttr(DumpPath(), -1, 1), r + "DUMP node refused: offset -1, cnt 1 outside 4 channels"},
+        {4, DumpAttr(DumpPath(), 0, -1), r + "DUMP node refused: offset 0, cnt -1 outside 4 channels"},
+        {4, DumpAttr(DumpPath(), INT_MAX, 2), r + "DUMP node refused: offset 2147483647, cnt 2 outside 4 channels"},
+        {0, DumpAttr(DumpPath(), 0, 0), r + "DUMP node refused: offset 0, cnt 0 outside 0 channels"},
+        {2, DumpAttr(missing, 0, 1), "dump file " + missing + " create failed"},  // a dump without its file
         // clang-format on
     };
     for (const auto& t : cases) {
@@ -154,8 +157,10 @@ TEST_F(NodeTest, RecordsOutsideTheBuffersAreRefused) {
         ASSERT_NE(nullptr, node);
         const std::string failed =
             "ASTREAM[0] pipeline node type[" + std::to_string(t.attr.eType) + "] init failed";
-        EXPECT_EQ(1, log.Count({3, "init", std::string("ASTREAM[0] ") + t.message}));
-        EXPECT_TRUE(log.Has({3, "AUDIO_ASTREAM_InitPipeline", failed}));
+        EXPECT_EQ(1, log.Count({3, "init", t.message}));
+        log.ExpectInOrder({{3, "AUDIO_ASTREAM_InitPipeline", failed},
+                           {6, "AUDIO_ASTREAM_InitPipeline",
+                            "ASTREAM[0] add node type[" + std::to_string(t.attr.eType) + "]"}});  // kept
         EXPECT_EQ(ZN_FALSE, node->_mbEnable);
         const bool dump = t.attr.eType == ASTREAM_NODE_TYPE_E_DEBUG_DUMP;
         Samples in(s.h.u32BufLen / 2 + 1, 1111), out(in.size(), 2222);
@@ -168,6 +173,7 @@ TEST_F(NodeTest, RecordsOutsideTheBuffersAreRefused) {
             EXPECT_EQ(Samples(out.size(), 2222), out);
         }
         EXPECT_EQ((Bytes{1, 2, 3}), ReadFileBytes(DumpPath()));
+        EXPECT_FALSE(FileExists(missing));
         node->destroy();
     }
 }
@@ -193,9 +199,8 @@ TEST_F(NodeTest, DumpAppendsTheGroupOfEnabledPeriods) {
         ASSERT_EQ(0, node->process(P(in), P(out), inPlace));
         EXPECT_EQ(enabled || period == 10, inPlace);
         EXPECT_EQ(before, in);
-        if (enabled) {
+        if (enabled)
             expect.insert(expect.end(), in.begin() + block, in.begin() + 3 * block);
-        }
     }
     EXPECT_EQ(Bytes(out.size(), 0), out);
     EXPECT_EQ(expect, ReadFileBytes(DumpPath()));
@@ -229,6 +234,75 @@ TEST_F(NodeTest, EnableDumpNodeWalksTheSlot) {
                              "enable dump node event, eEnable:" + std::to_string(st.value) + ".\n"}));
     }
     gs_AstreamHandler[1] = nullptr;
+}
+
+TEST_F(NodeTest, NullArgumentsAndAnEmptyList) {
+    FakeStream s(2, 4, 1);
+    ASTREAM_ATTR_S a = StreamAttr(0, 1);
+    EXPECT_EQ(-2, AUDIO_ASTREAM_InitPipeline(nullptr, &a) + AUDIO_ASTREAM_InitPipeline(&s.h, nullptr));
+    EXPECT_EQ(0, AUDIO_ASTREAM_DestroyPipeline(nullptr) + AUDIO_ASTREAM_InitPipeline(&s.h, &a));
+    EXPECT_TRUE(s.h.lstNode.empty());
+    EXPECT_EQ((std::vector<Logged>{Pipeline(3, "ASTREAM pipeline init with a null stream"),
+                                   Pipeline(3, "ASTREAM pipeline init with a null attribute record")}),
+              log.All());
+}
+
+// A code without a class after two built nodes: both destroyed in list order, build fails.
+TEST_F(NodeTest, CodeWithoutClassUndoesTheBuild) {
+    for (int code : {7, 5, 152, 155, -1, 1000}) {
+        SCOPED_TRACE(code);
+        log.Clear();
+        FakeStream s(2, 4, 1);
+        ASTREAM_ATTR_S a = StreamAttr(0, 1,
+                                      {DumpAttr(DumpPath(), 0, 1), DumpAttr(root.Dir() + "/b.pcm", 1, 1),
+                                       NodeAttr(static_cast<ASTREAM_NODE_TYPE_E>(code))});
+        EXPECT_EQ(-1, AUDIO_ASTREAM_InitPipeline(&s.h, &a));
+        EXPECT_TRUE(s.h.lstNode.empty());
+        const std::string refused =
+            "ASTREAM[1] pipeline node type[" + std::to_string(code) + "] not support yet";
+        log.ExpectInOrder(
+            {Pipeline(6, "ASTREAM[1] add node type[154]"),
+             Pipeline(6, "ASTREAM[1] add node type[154]"),
+             Pipeline(3, refused),
+             Pipeline(4, "ASTREAM[1] create failed, destroy"),
+             {7, "destroy", "dump file " + DumpPath() + " closed, _mu32WriteLen:0"},
+             {7, "destroy", "dump file " + root.Dir() + "/b.pcm" + " closed, _mu32WriteLen:0"}});
+        EXPECT_EQ(0, log.Count({6, "AUDIO_ASTREAM_DestroyPipeline", "ASTREAM[1] pipeline destroyed"}));
+    }
+}
+
+// The worker job over buffers A and B: out-of-place nodes swap them, failures are reported.
+TEST_F(NodeTest, WorkerJobPassesTheBuffersAlongTheChain) {
+    using Samples = std::vector<int16_t>;
+    const struct {
+        std::vector<ASTREAM_NODE_ATTR_S> nodes;
+        int forceOn;                  // a refused node forced on, -1 for none
+        Samples a, expectA, expectB;  // one frame of a.size() channels
+        bool failed;
+    } cases[] = {
+        // The swap writes pOut, so the mixin works in place on buffer B.
+        {{SwapAttr({1, 0}), MixinAttr(0, 1, 1)}, -1, {1, 3}, {1, 3}, {2, 1}, false},
+        {{SwapAttr({1, 2, 0}), SwapAttr({1, 2, 0})}, -1, {1, 2, 3}, {2, 3, 1}, {3, 1, 2}, false},
+        {{SplitAttr(0, 5, 0), SwapAttr({1, 0})}, -1, {1, 2}, {1, 2}, {2, 1}, false},
+        // The failing split leaves bInPlace as the mixin set it.
+        {{MixinAttr(0, 1, 1), SplitAttr(0, 5, 0), SwapAttr({1, 0})}, 1, {1, 3}, {2, 3}, {3, 2}, true},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(testing::Message() << c.nodes.size() << " nodes, " << c.a.size() << " channels");
+        FakeStream s(static_cast<int>(c.a.size()), 1, 1);
+        ASTREAM_ATTR_S a = StreamAttr(0, 1);
+        a.lstNodeAttr.assign(c.nodes.begin(), c.nodes.end());
+        ASSERT_EQ(0, AUDIO_ASTREAM_InitPipeline(&s.h, &a));
+        if (c.forceOn >= 0)
+            (*std::next(s.h.lstNode.begin(), c.forceOn))->_mbEnable = ZN_TRUE;
+        Samples bufA = c.a, bufB(c.a.size(), 0x5555);
+        s.h.astJob[0] = {&s.h, reinterpret_cast<char*>(bufA.data()), reinterpret_cast<char*>(bufB.data())};
+        audiomw_test::StdoutCapture out;
+        threadAudioProcessWorker(&s.h.astJob[0]);
+        EXPECT_EQ(c.failed ? "ASTREAM[1] failed\n" : "", out.Stop());
+        EXPECT_EQ(c.expectA, bufA);
+        EXPECT_EQ(c.expectB, bufB);
+    }
 }
 
 }  // namespace

@@ -2,8 +2,10 @@
 #include <dlfcn.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdlib>
+#include <functional>
 #include <mutex>
 #include <random>
 #include <set>
@@ -30,9 +32,8 @@ int RealFeed(ZN_PF_HANDLER_S* pPool, void* pJob, int s32Arg) {
 
 int UTIL_PF_Feed(ZN_PF_HANDLER_S* pPool, void* pJob, int s32Arg) {
     void* none = nullptr;
-    if (pool_hook::hold.load() && pool_hook::held.compare_exchange_strong(none, pJob)) {
+    if (pool_hook::hold.load() && pool_hook::held.compare_exchange_strong(none, pJob))
         return 0;
-    }
     return pool_hook::RealFeed(pPool, pJob, s32Arg);
 }
 
@@ -85,9 +86,8 @@ struct ScriptedAi : public AI_DEVICE_S {
     int _readFrame(unsigned char* pBuf, unsigned int u32Len, unsigned int& u32ReadLen, unsigned long long&,
                    int) override {
         const int n = reads.load();
-        if (n == gateRead) {
+        if (n == gateRead)
             gate.Pass();
-        }
         u32ReadLen = shortReads.count(n) ? u32Len / 2 : u32Len;
         std::fill_n(reinterpret_cast<int16_t*>(pBuf), u32ReadLen / 2, static_cast<int16_t>(n));
         reads++;
@@ -107,9 +107,8 @@ struct ProbeNode : public ASTREAM_NODE_S {
     int process(char* pIn, char*, bool& bInPlace) override {
         const int16_t period = *reinterpret_cast<int16_t*>(pIn);
         int entry = -1;
-        for (int i = 0; i < ASTREAM_JOB_MAX_NUM; i++) {
+        for (int i = 0; i < ASTREAM_JOB_MAX_NUM; i++)
             entry = pIn == _mpHandler->astJob[i].pBufA ? i : entry;
-        }
         if (period == holdPeriod) {
             const std::vector<char> copy(pIn, pIn + _mpHandler->u32BufLen);
             gate.Pass();
@@ -176,10 +175,13 @@ class StreamTest : public audiomw_test::AudioTest {
     }
     // The lines logged since the last call, without the reader's "Data in use" reports: a
     // free-running file reader may lap the workers at any time while a stream runs.
-    Lines Take() {
+    // With apiOnly, only the lines of the AUDIO_* functions.
+    Lines Take(bool apiOnly = false) {
         Lines l;
         for (const auto& line : log.All())
-            if (!(line.func == "threadAudioProcessReader" && line.message == kInUse)) l.push_back(line);
+            if (!(line.func == "threadAudioProcessReader" && line.message == kInUse) &&
+                (!apiOnly || line.func.rfind("AUDIO_", 0) == 0))
+                l.push_back(line);
         log.Clear();
         return l;
     }
@@ -188,154 +190,117 @@ class StreamTest : public audiomw_test::AudioTest {
     const int threads = UTIL_THREAD_GetLiveCount();
 };
 
-TEST_F(StreamTest, CreateRefusals) {
-    gs_pAiHandler[kAi] = new ScriptedAi();
-    const struct {
-        int id, ai, workers;
-        const char* message;
-    } cases[] = {
-        {-1, kAi, 1, "ASTREAM[-1] create failed, id out of range 0..1"},
-        {2, kAi, 1, "ASTREAM[2] create failed, id out of range 0..1"},
-        {0, kAi, -99, "ASTREAM[0] create failed, no attributes"},  // -99: a null record
-        {0, kAi, 0, "ASTREAM[0] create failed, worker num 0 out of range 1..4"},
-        {1, kAi, 5, "ASTREAM[1] create failed, worker num 5 out of range 1..4"},
-        {1, kAi, -3, "ASTREAM[1] create failed, worker num -3 out of range 1..4"},
-        {0, 3, 1, "ASTREAM[0] malloc failed"},  // AI 3 does not exist: no buffer length
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.message);
-        log.Clear();
-        ASTREAM_ATTR_S a = StreamAttr(c.ai, c.workers);
-        EXPECT_EQ(-1, AUDIO_ASTREAM_Create(c.id, c.workers == -99 ? nullptr : &a));
-        EXPECT_EQ(Lines{L(3, "Create", c.message)}, log.All());
-        EXPECT_EQ(0, AUDIO_ASTREAM_isReady(0) + AUDIO_ASTREAM_isReady(1));
-    }
-}
-
-// A node type without a class, then a worker that cannot start: each create is undone.
-TEST_F(StreamTest, CreateFailureExits) {
-    gs_pAiHandler[kAi] = new ScriptedAi();
-    ASTREAM_ATTR_S a = StreamAttr(kAi, 2, {SwapAttr({1, 0}), NodeAttr(static_cast<ASTREAM_NODE_TYPE_E>(5))});
-    EXPECT_EQ(-1, AUDIO_ASTREAM_Create(1, &a));
-    EXPECT_TRUE(log.Has(L(4, "InitPipeline", "ASTREAM[1] create failed, destroy")));
-    EXPECT_FALSE(log.Has(L(6, "Create", "ASTREAM[1] pipeline init ok")));
-    EXPECT_EQ(nullptr, gs_AstreamHandler[1]);
-
-    log.Clear();
-    a = StreamAttr(kAi, 3, {SwapAttr({1, 0})});
-    UTIL_SetThreadStartFault(1);
-    EXPECT_EQ(-1, AUDIO_ASTREAM_Create(0, &a));
-    UTIL_SetThreadStartFault(-1);
-    log.ExpectInOrder({L(6, "Create", "ASTREAM[0] pipeline init ok"),
-                       L(3, "Create", "ASTREAM[0] create worker thread pool failed"), PipelineDestroyed(0)});
-    EXPECT_FALSE(log.Has(L(6, "Create", "ASTREAM[0] ready for start")));
-    EXPECT_EQ(nullptr, gs_AstreamHandler[0]);
-}
-
-// Start and Stop need a created, ready stream; Destroy of a free slot does nothing.
-TEST_F(StreamTest, StartAndStopNeedAReadyStream) {
-    for (int id : {0, 1, -1, 2}) {
-        EXPECT_EQ(-2, AUDIO_ASTREAM_Start(id) + AUDIO_ASTREAM_Stop(id));
-        EXPECT_EQ(0, AUDIO_ASTREAM_Destroy(id) + AUDIO_ASTREAM_isRunning(id) + AUDIO_ASTREAM_isReady(id));
-        const std::string notCreated = "ASTREAM[" + std::to_string(id) + "] not created";
-        EXPECT_EQ((Lines{L(3, "Start", notCreated), L(3, "Stop", notCreated)}), Take());
-    }
-    ScriptedStream(1, 1);
-    gs_AstreamHandler[1]->bReady = ZN_FALSE;
-    Take();
-    EXPECT_EQ(-2, AUDIO_ASTREAM_Start(1) + AUDIO_ASTREAM_Stop(1));
-    EXPECT_EQ(0, AUDIO_ASTREAM_isReady(1) + AUDIO_ASTREAM_isRunning(1));
-    const std::string notReady = "ASTREAM[1] create but init failed. please recreate";
-    EXPECT_EQ((Lines{L(3, "Start", notReady), L(3, "Stop", notReady)}), Take());
-    gs_AstreamHandler[1]->bReady = ZN_TRUE;
-    EXPECT_EQ(0, AUDIO_ASTREAM_Destroy(1));
-    EXPECT_EQ((Lines{L(6, "Destroy", "ASTREAM[1] worker stopped\n"), PipelineDestroyed(1),
-                     L(6, "Destroy", "ASTREAM[1] destroyed\n")}),
-              Take());
-}
-
-// Create, Create, Start, Start, Stop, Stop, Start, Destroy on a file AI created disabled.
-TEST_F(StreamTest, CreateStartStopAndDestroyInEveryOrder) {
-    MakeFileAi(0, root.Dir() + "/in.pcm");
-    ASTREAM_ATTR_S a = StreamAttr(0, 2, {SwapAttr({1, 0})});
-    ASSERT_EQ(0, AUDIO_ASTREAM_Create(0, &a));
-    log.ExpectInOrder({L(6, "Create", "ASTREAM[0] bind AI[0] with 2 channels, buf len 64"),
-                       L(6, "InitPipeline", "ASTREAM[0] add node type[1]"),
-                       L(6, "Create", "ASTREAM[0] pipeline init ok"),
-                       L(6, "Create", "ASTREAM[0] worker pool init with 2 workers"),
-                       L(6, "Create", "ASTREAM[0] ready for start")});
-    ASTREAM_HANDLER_S* h = gs_AstreamHandler[0];
-    ASSERT_NE(nullptr, h);
-    EXPECT_EQ((std::vector<int>{0, 0, 2, 64}),
-              (std::vector<int>{h->s32StreamId, h->s32AiId, h->s32Chn, static_cast<int>(h->u32BufLen)}));
-    EXPECT_EQ(1, AUDIO_ASTREAM_isReady(0) - AUDIO_ASTREAM_isRunning(0));
-    Take();
-    EXPECT_EQ(-1, AUDIO_ASTREAM_Create(0, &a));
-    EXPECT_EQ(Lines{L(3, "Create", "ASTREAM[0] create failed, already in used")}, Take());
-    EXPECT_EQ(h, gs_AstreamHandler[0]);
-
-    ASSERT_EQ(0, AUDIO_ASTREAM_Start(0));
-    EXPECT_EQ(3, AUDIO_ASTREAM_isRunning(0) + AUDIO_AI_isEnabled(0) + AUDIO_AI_isOpen(0));
-    log.ExpectInOrder(
-        {{6, "AUDIO_AI_SetEnable", "AI[0] Enable"}, L(6, "Start", "ASTREAM[0] start with AI[0]")});
-    Take();
-    EXPECT_EQ(0, AUDIO_ASTREAM_Start(0));  // keeps the one reader
-    EXPECT_EQ(Lines{L(4, "Start", "ASTREAM[0] already running")}, Take());
-    EXPECT_EQ(threads + 1, UTIL_THREAD_GetLiveCount());
-
-    EXPECT_EQ(0, AUDIO_ASTREAM_Stop(0));
-    EXPECT_EQ(1, AUDIO_ASTREAM_isReady(0) - AUDIO_ASTREAM_isRunning(0));
-    EXPECT_EQ(1, AUDIO_AI_isEnabled(0) - AUDIO_AI_isOpen(0));
-    EXPECT_EQ((Lines{L(6, "Stop", "ASTREAM[0] reader stopped"), L(6, "Stop", "ASTREAM[0] stopped")}), Take());
-    EXPECT_EQ(threads, UTIL_THREAD_GetLiveCount());
-    AUDIO_AI_Open(0);  // a second Stop has no reader to stop and closes the AI all the same
-    Take();
-    EXPECT_EQ(0, AUDIO_ASTREAM_Stop(0));
-    EXPECT_EQ(Lines{L(6, "Stop", "ASTREAM[0] stopped")}, Take());
-    EXPECT_EQ(0, AUDIO_AI_isOpen(0));
-
-    ASSERT_EQ(0, AUDIO_AI_Open(0));  // enabled and open already: left as it is
-    Take();
-    ASSERT_EQ(0, AUDIO_ASTREAM_Start(0));
-    EXPECT_EQ(Lines{L(6, "Start", "ASTREAM[0] start with AI[0]")}, Take());
-    EXPECT_EQ(0, AUDIO_ASTREAM_Destroy(0));  // ends the reader, leaves the AI open
-    EXPECT_EQ(nullptr, gs_AstreamHandler[0]);
-    log.ExpectInOrder({L(6, "Destroy", "ASTREAM[0] reader stopped\n"),
-                       L(6, "Destroy", "ASTREAM[0] worker stopped\n"), PipelineDestroyed(0),
-                       L(6, "Destroy", "ASTREAM[0] destroyed\n")});
-    EXPECT_EQ(2, AUDIO_AI_isEnabled(0) + AUDIO_AI_isOpen(0));
-    EXPECT_EQ(threads, UTIL_THREAD_GetLiveCount());
-}
-
-// Start fails on a reader that cannot start, an AI that cannot be enabled or opened.
-TEST_F(StreamTest, StartPassesOnFailures) {
-    ScriptedStream(0, 1);
-    log.Clear();
-    UTIL_SetThreadStartFault(0);
-    EXPECT_EQ(-1, AUDIO_ASTREAM_Start(0));
-    UTIL_SetThreadStartFault(-1);
-    EXPECT_EQ(0, AUDIO_ASTREAM_isRunning(0));
-    for (const Logged& l : log.All()) {
-        EXPECT_EQ(std::string::npos, l.message.find("ASTREAM[0]")) << l;
-    }
-    EXPECT_EQ(0, AUDIO_ASTREAM_Start(0));
-    EXPECT_EQ(1, AUDIO_ASTREAM_isRunning(0));
-    EXPECT_EQ(0, AUDIO_ASTREAM_Stop(0));
-    ASSERT_EQ(0, AUDIO_AI_Destroy(kAi));
-    EXPECT_EQ(-1, AUDIO_ASTREAM_Start(0));
-    EXPECT_EQ(1, log.Count(L(3, "Start", "ASTREAM[0] enable AI[5] failed")));
-
+// Every lifecycle call in turn: return code, the lines of the AUDIO_* functions, and the state
+// (stream ready, running; AI enabled, open) or the live thread count where a row reads them.
+TEST_F(StreamTest, LifecycleStepByStep) {
+    MakeFileAi(0, root.Dir() + "/in.pcm");  // created disabled: Start enables it
     const std::string dir = root.Dir() + "/dir";
     ASSERT_EQ(0, mkdir(dir.c_str(), 0755));
-    AI_ATTR_S attr = FileAi(dir, 2, 16);
-    ASSERT_EQ(0, AUDIO_AI_Create(0, &attr));
-    ASTREAM_ATTR_S a = StreamAttr(0, 1);
-    ASSERT_EQ(0, AUDIO_ASTREAM_Create(1, &a));
-    EXPECT_EQ(-1, AUDIO_ASTREAM_Start(1));
-    log.ExpectInOrder({{6, "AUDIO_AI_SetEnable", "AI[0] Enable"},
-                       {4, "open", "open failed, file:" + dir + "\n"},
-                       L(3, "Start", "ASTREAM[1] open AI[0] failed")});
-    EXPECT_EQ(0, AUDIO_ASTREAM_isRunning(0) + AUDIO_ASTREAM_isRunning(1));
+    AI_ATTR_S dirAi = FileAi(dir, 2, 16);  // opening a directory fails
+    gs_pAiHandler[kAi] = new ScriptedAi();
+    using Call = std::function<int()>;
+    auto create = [](int id, int ai, int workers, int extra = ASTREAM_NODE_TYPE_E_SWAP) {
+        return [=] {
+            ASTREAM_ATTR_S a =
+                StreamAttr(ai, workers, {SwapAttr({1, 0}), NodeAttr(ASTREAM_NODE_TYPE_E(extra))});
+            return AUDIO_ASTREAM_Create(id, workers == -99 ? nullptr : &a);
+        };
+    };
+    auto start = [](int id) { return [=] { return AUDIO_ASTREAM_Start(id); }; };
+    auto stop = [](int id) { return [=] { return AUDIO_ASTREAM_Stop(id); }; };
+    auto destroy = [](int id) { return [=] { return AUDIO_ASTREAM_Destroy(id); }; };
+    auto fault = [](int thread) { return [=] { return UTIL_SetThreadStartFault(thread), 0; }; };
+    auto ready = [](int id, tagZN_BOOL on) { return [=] { return gs_AstreamHandler[id]->bReady = on, 0; }; };
+    auto state = [](int id, int ai) {
+        return [=] {
+            return 1000 * AUDIO_ASTREAM_isReady(id) + 100 * AUDIO_ASTREAM_isRunning(id) +
+                   10 * AUDIO_AI_isEnabled(ai) + AUDIO_AI_isOpen(ai);
+        };
+    };
+    Call aiOpen = [] { return AUDIO_AI_Open(0); }, noAi = [] { return AUDIO_AI_Destroy(kAi); };
+    Call dirAiCreate = [&] { return AUDIO_AI_Create(1, &dirAi); };
+    Call threadsUp = [&] { return UTIL_THREAD_GetLiveCount() - threads; };
+    const auto created = [](int id, int ai) {
+        const std::string s = "ASTREAM[" + std::to_string(id) + "] ";
+        return Lines{L(6, "Create", s + "bind AI[" + std::to_string(ai) + "] with 2 channels, buf len 64"),
+                     L(6, "InitPipeline", s + "add node type[1]"),
+                     L(6, "InitPipeline", s + "add node type[1]"),
+                     L(6, "Create", s + "pipeline init ok"),
+                     L(6, "Create", s + "worker pool init with 1 workers"),
+                     L(6, "Create", s + "ready for start")};
+    };
+    const struct {
+        Call call;
+        int ret;
+        Lines lines;
+    } steps[] = {
+        // clang-format off
+        {create(-1, kAi, 1), -1, {L(3, "Create", "ASTREAM[-1] create failed, id out of range 0..1")}},
+        {create(2, kAi, 1), -1, {L(3, "Create", "ASTREAM[2] create failed, id out of range 0..1")}},
+        {create(0, kAi, -99), -1, {L(3, "Create", "ASTREAM[0] create failed, no attributes")}},  // a null record
+        {create(0, kAi, 0), -1, {L(3, "Create", "ASTREAM[0] create failed, worker num 0 out of range 1..4")}},
+        {create(1, kAi, 5), -1, {L(3, "Create", "ASTREAM[1] create failed, worker num 5 out of range 1..4")}},
+        {create(1, kAi, -3), -1, {L(3, "Create", "ASTREAM[1] create failed, worker num -3 out of range 1..4")}},
+        {create(0, 3, 1), -1, {L(3, "Create", "ASTREAM[0] malloc failed")}},  // AI 3 does not exist: no buffer length
+        // A node type without a class, then a worker that cannot start: each create is undone.
+        {create(1, kAi, 2, 5), -1, {L(6, "Create", "ASTREAM[1] bind AI[5] with 2 channels, buf len 64"),
+          L(6, "InitPipeline", "ASTREAM[1] add node type[1]"), L(3, "InitPipeline", "ASTREAM[1] pipeline node type[5] not support yet"),
+          L(4, "InitPipeline", "ASTREAM[1] create failed, destroy")}},
+        {fault(1), 0, {}},
+        {create(0, kAi, 3), -1, {L(6, "Create", "ASTREAM[0] bind AI[5] with 2 channels, buf len 64"),
+          L(6, "InitPipeline", "ASTREAM[0] add node type[1]"), L(6, "InitPipeline", "ASTREAM[0] add node type[1]"),
+          L(6, "Create", "ASTREAM[0] pipeline init ok"),
+          L(3, "Create", "ASTREAM[0] create worker thread pool failed"), PipelineDestroyed(0)}},
+        {fault(-1), 0, {}},
+        {state(0, kAi), 11, {}}, {state(1, kAi), 11, {}},  // neither created
+        // Start and Stop need a created, ready stream; Destroy of a free slot does nothing.
+        {start(-1), -1, {L(3, "Start", "ASTREAM[-1] not created")}},
+        {stop(2), -1, {L(3, "Stop", "ASTREAM[2] not created")}},
+        {start(1), -1, {L(3, "Start", "ASTREAM[1] not created")}},
+        {stop(0), -1, {L(3, "Stop", "ASTREAM[0] not created")}},
+        {destroy(-1), 0, {}}, {destroy(2), 0, {}}, {destroy(0), 0, {}},
+        {create(1, kAi, 1), 0, created(1, kAi)},
+        {ready(1, ZN_FALSE), 0, {}},
+        {start(1), -1, {L(3, "Start", "ASTREAM[1] create but init failed. please recreate")}},
+        {stop(1), -1, {L(3, "Stop", "ASTREAM[1] create but init failed. please recreate")}},
+        {state(1, kAi), 11, {}},
+        {ready(1, ZN_TRUE), 0, {}},
+        {destroy(1), 0, {L(6, "Destroy", "ASTREAM[1] worker stopped\n"), PipelineDestroyed(1), L(6, "Destroy", "ASTREAM[1] destroyed\n")}},
+        // Create, Create, Start, Start, Stop, Stop, Start, Destroy on the disabled file AI.
+        {create(0, 0, 1), 0, created(0, 0)},
+        {state(0, 0), 1000, {}},
+        {create(0, 0, 1), -1, {L(3, "Create", "ASTREAM[0] create failed, already in used")}},
+        {start(0), 0, {{6, "AUDIO_AI_SetEnable", "AI[0] Enable"}, L(6, "Start", "ASTREAM[0] start with AI[0]")}},
+        {start(0), 0, {L(4, "Start", "ASTREAM[0] already running")}},
+        {state(0, 0), 1111, {}}, {threadsUp, 1, {}},  // one reader
+        {stop(0), 0, {L(6, "Stop", "ASTREAM[0] reader stopped"), L(6, "Stop", "ASTREAM[0] stopped")}},
+        {state(0, 0), 1010, {}}, {threadsUp, 0, {}},
+        {aiOpen, 0, {}},  // a second Stop has no reader to stop and closes the AI all the same
+        {stop(0), 0, {L(6, "Stop", "ASTREAM[0] stopped")}},
+        {state(0, 0), 1010, {}},
+        {aiOpen, 0, {}},  // enabled and open already: Start leaves it as it is
+        {start(0), 0, {L(6, "Start", "ASTREAM[0] start with AI[0]")}},
+        {destroy(0), 0, {L(6, "Destroy", "ASTREAM[0] reader stopped\n"), L(6, "Destroy", "ASTREAM[0] worker stopped\n"),
+                         PipelineDestroyed(0), L(6, "Destroy", "ASTREAM[0] destroyed\n")}},
+        {state(0, 0), 11, {}}, {threadsUp, 0, {}},  // the reader ended, the AI left open
+        // Start fails on a reader that cannot start, an AI that cannot be enabled or opened.
+        {create(0, kAi, 1), 0, created(0, kAi)},
+        {fault(0), 0, {}}, {start(0), -1, {}}, {fault(-1), 0, {}},
+        {start(0), 0, {L(6, "Start", "ASTREAM[0] start with AI[5]")}},
+        {stop(0), 0, {L(6, "Stop", "ASTREAM[0] reader stopped"), L(6, "Stop", "ASTREAM[0] stopped")}},
+        {noAi, 0, {{6, "AUDIO_AI_Destroy", "AI[5] destroy success"}}},
+        {start(0), -1, {{3, "AUDIO_AI_SetEnable", "AI[5] not available"}, L(3, "Start", "ASTREAM[0] enable AI[5] failed")}},
+        {dirAiCreate, 0, {{6, "AUDIO_AI_Create", "AI[1] create success"}}},
+        {create(1, 1, 1), 0, created(1, 1)},
+        {start(1), -1, {{6, "AUDIO_AI_SetEnable", "AI[1] Enable"}, L(3, "Start", "ASTREAM[1] open AI[1] failed")}},
+        // clang-format on
+    };
+    Take();
+    for (const auto& st : steps) {
+        SCOPED_TRACE(testing::Message() << "step " << &st - steps);
+        EXPECT_EQ(st.ret, st.call());
+        EXPECT_EQ(st.lines, Take(true));
+    }
 }
 
 // A short read 1 is dropped and its entry refilled: reads 0, 2, 3, 4 use entries 0, 1, 0, 1.
@@ -458,15 +423,99 @@ TEST_F(StreamTest, StressCyclesWithDumpsSwitchedFromAnotherThread) {
             << "cycle " << c;
         ASSERT_EQ(0, (c % 2 == 0 ? AUDIO_ASTREAM_Stop(0) : 0) + AUDIO_ASTREAM_Stop(1));
         ASSERT_EQ(0, AUDIO_ASTREAM_Destroy(0) + AUDIO_ASTREAM_Destroy(1));
-        if (c % 32 == 0) {
+        if (c % 32 == 0)
             log.Clear();
-        }
     }
     done.store(true);
     toggler.join();
     out.Stop();
     EXPECT_EQ(nullptr, gs_AstreamHandler[0]);
     EXPECT_EQ(nullptr, gs_AstreamHandler[1]);
+}
+
+// File AI periods through channel nodes into a dump: exact with one worker, whole with four.
+using Period = std::vector<int16_t>;
+
+constexpr int kChn = 4;
+constexpr int kFrames = 64;
+constexpr size_t kPeriodSamples = kChn * kFrames;
+constexpr size_t kPeriodBytes = kPeriodSamples * 2;
+constexpr int kLeadPeriods = 48;  // filler the file AI plays before the file
+constexpr int kFilePeriods = 20;
+
+// Split (o, a, b) written from its definition; with split false, the merge that undoes it.
+Period Regroup(const Period& in, int o, int a, int b, bool split) {
+    Period out = in;
+    for (int f = 0; f < kFrames; f++) {
+        for (int j = 0; j < a + b; j++) {
+            size_t from = o * kFrames + f * (a + b) + j;
+            size_t to = j < a ? o * kFrames + f * a + j : (o + a) * kFrames + f * b + (j - a);
+            out[split ? to : from] = in[split ? from : to];
+        }
+    }
+    return out;
+}
+
+// The dump of these periods read, through swap 1:0:3:2, split 0/1/3, mixin of 2 channels at
+// block 1 into block 0, merge 0/1/3.
+std::vector<Period> Expect(const std::vector<Period>& reads) {
+    std::vector<Period> dump;
+    for (Period p : reads) {
+        std::swap_ranges(p.begin(), p.begin() + kFrames, p.begin() + kFrames);
+        std::swap_ranges(p.begin() + 2 * kFrames, p.begin() + 3 * kFrames, p.begin() + 3 * kFrames);
+        p = Regroup(p, 0, 1, 3, true);
+        for (int f = 0; f < kFrames; f++)
+            p[f] = static_cast<int16_t>((p[f] + p[kFrames + 2 * f] + p[kFrames + 2 * f + 1]) / 3);
+        dump.push_back(Regroup(p, 0, 1, 3, false));
+    }
+    return dump;
+}
+
+std::vector<Period> Periods(const std::vector<uint8_t>& bytes, size_t count) {
+    std::vector<Period> out;
+    std::vector<int16_t> s = audiomw_test::ToSamples(bytes);
+    for (size_t i = 0; i < count && (i + 1) * kPeriodSamples <= s.size(); i++)
+        out.emplace_back(s.begin() + i * kPeriodSamples, s.begin() + (i + 1) * kPeriodSamples);
+    return out;
+}
+
+long FileSize(const std::string& path) {
+    struct stat st;
+    return stat(path.c_str(), &st) == 0 ? static_cast<long>(st.st_size) : -1;
+}
+
+// One worker: filler, the file transformed, filler, byte for byte; four: each period once, whole.
+TEST(StreamDataTest, DumpHoldsEveryPeriodTransformed) {
+    const Period kFiller = audiomw_test::ToSamples(std::vector<uint8_t>(kPeriodBytes, 0xA5));
+    for (int workers : {1, 4}) {
+        SCOPED_TRACE(workers);
+        audiomw_test::ScratchRoot root;
+        const std::string in = root.Dir() + "/in.pcm", dump = root.Dir() + "/d.pcm";
+        const std::vector<uint8_t> file = audiomw_test::MakePattern(kChn, kFilePeriods * kFrames, 5);
+        audiomw_test::WriteFileBytes(in, file);
+        AI_ATTR_S ai = FileAi(in, kChn, kFrames);
+        ASSERT_EQ(0, AUDIO_AI_Create(0, &ai));
+        ASTREAM_ATTR_S a = StreamAttr(0, workers,
+                                      {SwapAttr({1, 0, 3, 2}), SplitAttr(0, 1, 3), MixinAttr(0, 1, 2),
+                                       MergeAttr(0, 1, 3), DumpAttr(dump, 0, kChn)});
+        ASSERT_EQ(0, AUDIO_ASTREAM_Create(0, &a));
+        ASSERT_EQ(0, AUDIO_ASTREAM_enableDumpNode(0, ZN_TRUE) + AUDIO_ASTREAM_Start(0));
+        const size_t total = kLeadPeriods + kFilePeriods + (workers == 1 ? 4 : 16);
+        ASSERT_TRUE(audiomw_test::WaitFor([&] { return FileSize(dump) >= long(total * kPeriodBytes); },
+                                          std::chrono::seconds(30)));
+        ASSERT_EQ(0, AUDIO_ASTREAM_Destroy(0));
+        DropAi(0);
+        std::vector<Period> got = Periods(audiomw_test::ReadFileBytes(dump), total);
+        std::vector<Period> played(kLeadPeriods, kFiller), reads = Periods(file, kFilePeriods);
+        played.insert(played.end(), reads.begin(), reads.end());
+        played.resize(total, kFiller);
+        played = Expect(played);
+        if (workers == 4) {  // the order of periods is the workers'
+            std::sort(played.begin(), played.end());
+            std::sort(got.begin(), got.end());
+        }
+        EXPECT_EQ(played, got);
+    }
 }
 
 }  // namespace

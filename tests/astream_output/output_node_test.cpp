@@ -1,6 +1,10 @@
-// The output node and the line-in state: AO bytes, drop counter, GPIO check, AO 0 recording.
+// The output node and the line-in state: AO bytes, drop counter, GPIO check, AO 0 recording,
+// running streams while the state changes.
 #include <tinyalsa/vcard.h>
 
+#include <chrono>
+#include <cstdlib>
+#include <future>
 #include <list>
 #include <regex>
 
@@ -42,16 +46,28 @@ class OutputNodeTest : public audiomw_test::AoTest {
             AO_ATTR_S attr = audiomw_test::AlsaAoAttr(10 + ao, 0, 16000, 2, kFrames);
             ASSERT_EQ(0, AUDIO_AO_Create(ao, &attr));
         }
-        for (int i = 0; i < kChn * static_cast<int>(kFrames); i++) {
+        for (int i = 0; i < kChn * static_cast<int>(kFrames); i++)
             in[i] = static_cast<int16_t>(i * 3 + 1);
-        }
     }
     void TearDown() override {
-        gs_AstreamHandler[0] = nullptr;
+        if (!streams.empty())
+            gs_AstreamHandler[0] = nullptr;  // a node test's stand-in, not a created stream
         streams.clear();
+        for (int id = 0; id < 2; id++) {
+            AUDIO_ASTREAM_Destroy(id);
+            astream_test::DropAi(id);
+        }
         SetLineIn(false);
         BSP_ClearGpioOverrides();
         AoTest::TearDown();
+    }
+    // File AI `id` and stream `id` with these nodes, started.
+    void StartStream(int id, std::initializer_list<ASTREAM_NODE_ATTR_S> nodes, int workers) {
+        const std::string path = root.Dir() + "/in" + std::to_string(id) + ".pcm";
+        audiomw_test::WriteFileBytes(path, audiomw_test::MakePattern(2, kFrames * 50, id + 1));
+        AI_ATTR_S ai = astream_test::FileAi(path, 2, kFrames);
+        ASTREAM_ATTR_S attr = astream_test::StreamAttr(id, workers, nodes);
+        ASSERT_EQ(0, AUDIO_AI_Create(id, &ai) + AUDIO_ASTREAM_Create(id, &attr) + AUDIO_ASTREAM_Start(id));
     }
     // An output node on a new stream registered in slot 0, so that line-in changes reach it.
     ASTREAM_NODE_S* Build(ASTREAM_NODE_ATTR_S attr) {
@@ -72,9 +88,8 @@ class OutputNodeTest : public audiomw_test::AoTest {
     Bytes Group(int offset, int count, int times = 1) const {
         const uint8_t* p = reinterpret_cast<const uint8_t*>(in) + offset * kBlock;
         Bytes r;
-        for (int i = 0; i < times; i++) {
+        for (int i = 0; i < times; i++)
             r.insert(r.end(), p, p + count * kBlock);
-        }
         return r;
     }
 
@@ -83,74 +98,76 @@ class OutputNodeTest : public audiomw_test::AoTest {
     int16_t out[kChn * kFrames];
 };
 
-// Init enables the AO, destroy disables it; an AO that cannot open fails init, the node stays.
-TEST_F(OutputNodeTest, InitEnablesTheAoAndDestroyDisablesIt) {
-    ASSERT_NE(nullptr, Build(OutputAttr(2, 0, 2)));
-    EXPECT_EQ(1, AUDIO_AO_isReady(2));
+// Init enables the AO, destroy disables it. What reaches the AO per record: the group, every drop
+// counter's frame on AO 1 only, line-in to AO 0 by state and GPIO (1 clears the state and sends
+// silence, zeroing the group in pOut only, -1 keeps it), nothing from a group outside the stream.
+// The recording gets AO 0's data all the same; an AO that cannot open fails init, the node stays.
+TEST_F(OutputNodeTest, ProcessSendsTheGroupByRecordLineInAndGpio) {
+    root.SetMarker("/var/recordoutput");
+    const std::string outside = " outside 4 channels, nothing is sent";
+    const struct {
+        ASTREAM_NODE_ATTR_S attr;
+        bool connected;
+        int gpio, frames, ret, sent;  // sent: copies of the group, -1: silence
+        bool after;                   // the line-in state afterwards
+        std::string line;             // an init error
+    } cases[] = {
+        // clang-format off
+        {OutputAttr(2, 0, 2), false, 0, 1, 0, 1, false, ""},
+        {OutputAttr(1, 2, 2, -1, 3), false, 0, 5, 0, 2, false, ""},
+        {OutputAttr(2, 2, 2, -1, 3), false, 0, 5, 0, 5, false, ""},
+        {OutputAttr(0, 0, 2, 1), true, 0, 1, 0, 1, true, ""},
+        {OutputAttr(0, 0, 2, 1), true, -1, 1, 0, 1, true, ""},
+        {OutputAttr(0, 0, 2, 1), true, 1, 1, 0, -1, false, ""},
+        {OutputAttr(2, 0, 2, 1), true, 1, 1, 0, 1, true, ""},
+        {OutputAttr(2, 0, 2, 1), false, 1, 1, 0, 1, false, ""},
+        {OutputAttr(2, 3, 2), false, 0, 1, -1, 0, false, "offset 3 count 2" + outside},
+        {OutputAttr(2, -1, 2), false, 0, 1, -1, 0, false, "offset -1 count 2" + outside},
+        {OutputAttr(2, 5, 0), false, 0, 1, -1, 0, false, "offset 5 count 0" + outside},
+        {OutputAttr(2, 0, -1), false, 0, 1, -1, 0, false, "offset 0 count -1" + outside},
+        {OutputAttr(2, 0x7fffffff, 2), false, 0, 1, -1, 0, false, "offset 2147483647 count 2" + outside},
+        // clang-format on
+    };
+    for (const auto& c : cases) {
+        const ASTREAM_OUTPUT_ATTR_S& o = c.attr.unAttr.stOutput;
+        SCOPED_TRACE(testing::Message() << "AO " << o.s32AoId << ", offset " << o.s32ChnOffset << ", GPIO "
+                                        << c.gpio << ", connected " << c.connected);
+        SetLineIn(false);  // a change reaches only the node registered at the time
+        log.Clear();
+        ASTREAM_NODE_S* node = Build(c.attr);
+        EXPECT_EQ(c.line.empty(), !log.Has({3, "init", "ASTREAM[0] node type[0] channel group " + c.line}));
+        EXPECT_TRUE(c.ret != 0 || AUDIO_AO_isReady(o.s32AoId) == 1) << "init enables the AO";
+        SetLineIn(c.connected);
+        BSP_SetGpioOverride(14, c.gpio);
+        const Bytes before = SinkBytes(10 + o.s32AoId, 0);
+        for (int f = 0; f < c.frames; f++)
+            EXPECT_EQ(c.ret, Process(node));
+        const Bytes sink = SinkBytes(10 + o.s32AoId, 0);
+        EXPECT_EQ(c.sent < 0    ? Bytes(2 * kBlock, 0)
+                  : c.sent == 0 ? Bytes()
+                                : Group(o.s32ChnOffset, o.s32ChnCnt, c.sent),
+                  Bytes(sink.begin() + before.size(), sink.end()));
+        EXPECT_EQ(c.after ? ZN_TRUE : ZN_FALSE, AUDIO_ASTREAM_GetLineInConnetState());
+        Bytes pOut(sizeof(out), 0x5A);
+        std::fill_n(pOut.begin(), c.sent < 0 ? 2 * kBlock : 0, 0);
+        EXPECT_EQ(pOut,
+                  Bytes(reinterpret_cast<uint8_t*>(out), reinterpret_cast<uint8_t*>(out) + sizeof(out)));
+    }
     const auto lines = log.All();
     EXPECT_TRUE(std::any_of(lines.begin(), lines.end(), [](const audiomw_test::Logged& l) {
         return l.level == 7 && l.func == "init" &&
                std::regex_match(l.message, std::regex("[0-9]+, OUTPUT node\n"));
     })) << log.Dump();
-    EXPECT_EQ(0, AUDIO_ASTREAM_DestroyPipeline(&streams.back().h) + AUDIO_AO_isReady(2));
+    root.SetMarker("/var/recordoutput", false);
+    ASTREAM_RecordOutputData(nullptr, 0);  // closes the recording
+    EXPECT_EQ(Group(0, 2, 3), audiomw_test::ReadFileBytes(root.Path("/var/I2sOutput.pcm")));
+    gs_AstreamHandler[0] = nullptr;
+    streams.clear();
+    EXPECT_EQ(0, AUDIO_AO_isReady(0) + AUDIO_AO_isReady(1) + AUDIO_AO_isReady(2));
     vcard_remove_card(12);
     ASTREAM_NODE_S* node = Build(OutputAttr(2, 0, 2));
-    ASSERT_NE(nullptr, node);
     EXPECT_TRUE(log.Has({3, "AUDIO_ASTREAM_InitPipeline", "ASTREAM[0] pipeline node type[0] init failed"}));
     EXPECT_EQ(0, Process(node));
-}
-
-TEST_F(OutputNodeTest, DropCounterActsOnAo1Only) {
-    ASTREAM_NODE_S* onAo1 = Build(OutputAttr(1, 2, 2, -1, 3));
-    ASTREAM_NODE_S* onAo2 = Build(OutputAttr(2, 2, 2, -1, 3));
-    for (int frame = 0; frame < 5; frame++) {
-        EXPECT_EQ(0, Process(onAo1) + Process(onAo2));
-    }
-    EXPECT_EQ(Group(2, 2, 2), SinkBytes(11, 0));
-    EXPECT_EQ(Group(2, 2, 5), SinkBytes(12, 0));
-}
-
-// Line-in to AO 0 follows the state and GPIO (1 clears it, -1 keeps it); other AOs always get it.
-TEST_F(OutputNodeTest, LineInStateAndGpioDecideWhatReachesTheAo) {
-    const struct {
-        int ao, gpio;
-        bool connected, sent, connectedAfter;
-    } cases[] = {{0, 0, true, true, true},
-                 {0, -1, true, true, true},
-                 {0, 1, true, false, false},
-                 {2, 1, true, true, true},
-                 {2, 1, false, true, false}};
-    for (const auto& c : cases) {
-        SCOPED_TRACE(testing::Message()
-                     << "AO " << c.ao << ", GPIO " << c.gpio << ", connected " << c.connected);
-        SetLineIn(false);  // a change reaches only the node registered at the time
-        ASTREAM_NODE_S* node = Build(OutputAttr(c.ao, 0, 2, 1));
-        SetLineIn(c.connected);
-        BSP_SetGpioOverride(14, c.gpio);
-        const size_t before = SinkBytes(10 + c.ao, 0).size();
-        EXPECT_EQ(0, Process(node));
-        const Bytes sink = SinkBytes(10 + c.ao, 0);
-        EXPECT_EQ(c.sent ? Group(0, 2) : Bytes(2 * kBlock, 0), Bytes(sink.begin() + before, sink.end()));
-        EXPECT_EQ(c.connectedAfter ? ZN_TRUE : ZN_FALSE, AUDIO_ASTREAM_GetLineInConnetState());
-    }
-}
-
-// A disconnected line-in: silence to AO 0 (group zeroed in pOut only), data to the recording.
-TEST_F(OutputNodeTest, DisconnectedLineInSendsSilenceToAo0WhileTheRecordingGetsTheData) {
-    root.SetMarker("/var/recordoutput");
-    ASTREAM_NODE_S* node = Build(OutputAttr(0, 1, 2, 1));
-    BSP_SetGpioOverride(14, 1);
-    for (int frame = 0; frame < 3; frame++) {
-        EXPECT_EQ(0, Process(node));
-    }
-    EXPECT_EQ(Bytes(3 * 2 * kBlock, 0), SinkBytes(10, 0));
-    const uint8_t* o = reinterpret_cast<const uint8_t*>(out);
-    Bytes expect(4 * kBlock, 0x5A);
-    std::fill_n(expect.begin() + kBlock, 2 * kBlock, 0);
-    EXPECT_EQ(expect, Bytes(o, o + 4 * kBlock));
-    root.SetMarker("/var/recordoutput", false);
-    EXPECT_EQ(0, Process(node));  // closes the recording
-    EXPECT_EQ(Group(1, 2, 3), audiomw_test::ReadFileBytes(root.Path("/var/I2sOutput.pcm")));
 }
 
 // State changes reach setCfg, which takes only the connect flag; the debug marker traces frames.
@@ -181,20 +198,6 @@ TEST_F(OutputNodeTest, StateChangesReachSetCfgWhichTakesOnlyTheConnectFlag) {
     EXPECT_EQ("process: Conn =1, SourceId =1, AoId =0 \n", Printed(trace));
 }
 
-TEST_F(OutputNodeTest, GroupOutsideTheStreamIsRefusedAndNothingIsWritten) {
-    for (auto [offset, count] :
-         std::vector<std::pair<int, int>>{{3, 2}, {-1, 2}, {5, 0}, {0, -1}, {0x7fffffff, 2}}) {
-        SCOPED_TRACE(offset);
-        ASTREAM_NODE_S* node = Build(OutputAttr(2, offset, count));
-        EXPECT_TRUE(log.Has({3, "init",
-                             "ASTREAM[0] node type[0] channel group offset " + std::to_string(offset) +
-                                 " count " + std::to_string(count) + " outside 4 channels, nothing is sent"}))
-            << log.Dump();
-        EXPECT_EQ(-1, Process(node));
-        EXPECT_EQ(0u, SinkBytes(12, 0).size());
-    }
-}
-
 // An AO that records the size of every write it is handed.
 struct CountingAo : public AO_DEVICE_S {
     int init() override { return bHasInit = ZN_TRUE, 0; }
@@ -217,13 +220,44 @@ TEST_F(OutputNodeTest, EmptyGroupIsSentAndRecorded) {
         EXPECT_EQ(0, Process(node)) << offset;
     }
     EXPECT_EQ((std::vector<int>{0, 0}), ao->writes);
-    for (const auto& l : log.All()) {
+    for (const auto& l : log.All())
         EXPECT_LT(4, l.level) << l;
-    }
     EXPECT_TRUE(audiomw_test::FileExists(root.Path("/var/I2sOutput.pcm")));
     root.SetMarker("/var/recordoutput", false);
     ASTREAM_RecordOutputData(nullptr, 0);  // closes the recording
     EXPECT_TRUE(audiomw_test::ReadFileBytes(root.Path("/var/I2sOutput.pcm")).empty());
+}
+
+// Output nodes in running streams while another thread changes the line-in state.
+TEST_F(OutputNodeTest, LineInToggledFromAnotherThreadWhileTwoStreamsRun) {
+    root.SetMarker("/var/recordoutput");
+    // Both streams send line-in to AO 0 (recorded); stream 1 also to AO 1.
+    StartStream(0, {OutputAttr(0, 0, 2, 1)}, 2);
+    StartStream(1, {OutputAttr(0, 0, 2, 1), OutputAttr(1, 0, 2, 1)}, 3);
+
+    // Locked changes against the workers' GPIO path: a lock-order fault hangs, hence the deadline.
+    auto toggler = std::async(std::launch::async, [] {
+        for (int i = 0; i < 400; i++) {
+            BSP_SetGpioOverride(14, i % 3 == 0 ? 1 : 0);
+            AUDIO_ASTREAM_LineInDectMutexLock();
+            AUDIO_ASTREAM_SetLineInConnetState(static_cast<tagZN_BOOL>(i % 2));
+            AUDIO_ASTREAM_LineInDectMutexUnlock();
+            AUDIO_ASTREAM_GetLineInConnetState();
+        }
+    });
+    if (toggler.wait_for(std::chrono::seconds(60)) != std::future_status::ready) {
+        ADD_FAILURE() << "line-in toggling did not finish: lock-order deadlock";
+        std::_Exit(1);
+    }
+    const size_t period = kFrames * 2 * 2;
+    EXPECT_TRUE(audiomw_test::WaitFor([&] { return SinkBytes(11, 0).size() >= 60 * period; }));
+    EXPECT_EQ(0, AUDIO_ASTREAM_Destroy(0) + AUDIO_ASTREAM_Destroy(1));
+    EXPECT_EQ(0u, SinkBytes(10, 0).size() % period) << "a torn period reached AO 0";
+    root.SetMarker("/var/recordoutput", false);
+    ASTREAM_RecordOutputData(nullptr, 0);
+    const size_t recorded = audiomw_test::ReadFileBytes(root.Path("/var/I2sOutput.pcm")).size();
+    EXPECT_GT(recorded, 0u);
+    EXPECT_EQ(0u, recorded % period) << "recordings of the two streams interleaved inside a period";
 }
 
 }  // namespace

@@ -5,7 +5,6 @@
 #include "alloc/alloc_counter.h"
 #include "astream_test_util.h"
 #include "audio_alg.h"
-#include "test_support.h"
 
 namespace {
 
@@ -18,19 +17,16 @@ TEST(VoiceAllocTest, NodeWithTheRealLibraryAllocatesNothingPerFrame) {
     int frames = 0;
     a.unAttr.stOrvaneAlg = {0, 4, 0, 4, 4, 4, [](void* arg, short) { ++*static_cast<int*>(arg); }, &frames};
     auto node = astream_test::BuildNode(s, a);
-    ASSERT_NE(node, nullptr);
-    ASSERT_NE(g_OrvaneAlgHandler, nullptr);
+    ASSERT_TRUE(node != nullptr && g_OrvaneAlgHandler != nullptr);
     std::vector<int16_t> in(5 * 256), out(in.size());
-    for (size_t i = 0; i < in.size(); i++) {
-        in[i] = static_cast<int16_t>(8000 * std::sin(0.05 * static_cast<double>(i)));
-    }
+    for (size_t i = 0; i < in.size(); i++)
+        in[i] = static_cast<int16_t>(8000 * std::sin(0.05 * i));
     auto run = [&](int count) {
         bool inPlace = false;
-        for (int i = 0; i < count; i++) {
+        for (int i = 0; i < count; i++)
             ASSERT_EQ(node->process(reinterpret_cast<char*>(in.data()), reinterpret_cast<char*>(out.data()),
                                     inPlace),
                       0);
-        }
     };
     run(10);  // the module sets itself up on its first chunks
     audiomw_test::AllocCounterArm();
