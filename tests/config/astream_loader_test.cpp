@@ -108,27 +108,23 @@ TEST_F(ConfigTest, StreamLoaderTurnsSectionsIntoRecordsAndLines) {
           Info("StreamId =-1, OuputAoId =0, DumpFrameCount =-1 \n"),
           Warn("Ignore bad <Node type=\"Output\" AoId=\"1\" ChnOffset=\"2\" ChnCnt=\"-1\"/>"),
           Info("StreamId =-1, OuputAoId =2, AudioSourceId =0 \n")}},
-        {"swap maps: short, absent, empty",
-         "<ASTREAM Id='0' Name='s'><Node Type='Swap' Map='1:0'/><Node Type='Swap'/><Node Type='swap' Map=''/></ASTREAM>",
-         {{0, "s", 0, 0, {Node(kSwap, {1, 0}), Node(kSwap, {})}, {}, {}}}, {Warn("Ignore bad <Node type=\"Swap\" Map=\"NULL\"/>")}},
-        {"dump paths: 70 characters keep 63, a missing path drops the node",
-         "<ASTREAM Id='0' Name='d'><Node Type='Dump' Path='" + k70 + "' ChnOffset='1' ChnCnt='2'/>"
-         "<Node Type='Dump' ChnOffset='0' ChnCnt='2'/><Node Type='Dump' Path='/p' ChnCnt='2'/></ASTREAM>",
-         {{0, "d", 0, 0, {Dump(k70.substr(0, 63), 1, 2)}, {}, {}}},
-         {Warn("Ignore bad <Node type=\"Dump\" Path=\"\" ChnOffset=\"0\" ChnCnt=\"2\"/>"),
-          Warn("Ignore bad <Node type=\"Dump\" Path=\"/p\" ChnOffset=\"-1\" ChnCnt=\"2\"/>")}},
-        {"split, merge, mixin and algorithm checks print the values as read; -1 counts as missing",
-         "<ASTREAM Id='0' Name='c'><Node Type='Split' ChnOffset='0' ChnCntA='2'/>"
+        {"swap maps: short, absent, empty; dump paths of 70 characters keep 63, a missing path drops the node; "
+         "split, merge, mixin and algorithm checks print the values as read, -1 counts as missing",
+         "<ASTREAM Id='0' Name='c'><Node Type='Swap' Map='1:0'/><Node Type='Swap'/><Node Type='swap' Map=''/>"
+         "<Node Type='Dump' Path='" + k70 + "' ChnOffset='1' ChnCnt='2'/><Node Type='Dump' ChnOffset='0' ChnCnt='2'/>"
+         "<Node Type='Dump' Path='/p' ChnCnt='2'/><Node Type='Split' ChnOffset='0' ChnCntA='2'/>"
          "<Node Type='Merge' ChnCntA='1' ChnCntB='1'/><Node Type='Mixin' TargetIndex='3' ChnOffset='1'/>"
          "<Node Type='OrvaneAlg' MicChnOffset='0' MicChnCnt='4' RefChnOffset='6'/>"
          "<Node Type='orvanealg' MicChnOffset='0' MicChnCnt='4' LineInChnCnt='0' RefChnOffset='6'/>"
          "<Node Type='Split' ChnOffset='-1' ChnCntA='1' ChnCntB='1'/></ASTREAM>",
-         {{0, "c", 0, 0, {Node(kAlg, {0, 4, 0, 6, -1, -1})}, {}, {}}},
-         {Warn("Ignore bad <Node type=\"Split\" ChnOffset=\"0\" ChnCntA=\"2\" ChnCntB=\"-1\"/>"),
+         {{0, "c", 0, 0, {Node(kSwap, {1, 0}), Node(kSwap, {}), Dump(k70.substr(0, 63), 1, 2), Node(kAlg, {0, 4, 0, 6, -1, -1})},
+           {}, {}}}, {Warn("Ignore bad <Node type=\"Swap\" Map=\"NULL\"/>"),
+          Warn("Ignore bad <Node type=\"Dump\" Path=\"\" ChnOffset=\"0\" ChnCnt=\"2\"/>"),
+          Warn("Ignore bad <Node type=\"Dump\" Path=\"/p\" ChnOffset=\"-1\" ChnCnt=\"2\"/>"),
+          Warn("Ignore bad <Node type=\"Split\" ChnOffset=\"0\" ChnCntA=\"2\" ChnCntB=\"-1\"/>"),
           Warn("Ignore bad <Node type=\"Merge\" ChnOffset=\"-1\" ChnCntA=\"1\" ChnCntB=\"1\"/>"),
           Warn("Ignore bad <Node type=\"Mixin\" TargetIndex=\"3\" ChnOffset=\"1\" ChnCnt=\"-1\"/>"),
-          Warn("Ignore bad <Node type=\"OrvaneAlg\" MicChnOffset=\"0\" MicChnCnt=\"4\" LineInChnCnt=\"-1\" "
-               "RefChnOffset=\"6\" />"),
+          Warn("Ignore bad <Node type=\"OrvaneAlg\" MicChnOffset=\"0\" MicChnCnt=\"4\" LineInChnCnt=\"-1\" RefChnOffset=\"6\" />"),
           Warn("Ignore bad <Node type=\"Split\" ChnOffset=\"-1\" ChnCntA=\"1\" ChnCntB=\"1\"/>")}},
         {"nodes without Type are counted by the nodes accepted before them; unknown types are dropped",
          "<ASTREAM Id='0' Name='n'><Node Type='Split' ChnOffset='0' ChnCntA='1' ChnCntB='1'/><Node/>"
