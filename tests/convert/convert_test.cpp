@@ -124,19 +124,14 @@ TEST(RematrixArgs, RefusalsPrintTheirLineAndWriteNothing) {
         const char* printed;
     } rows[] = {
         // clang-format off
-        {2, 4, 0, false, false, 0, ""},
-        {2, 4, -5, false, false, -5, ""},
-        {2, 4, 0, true, true, 0, ""},
-        {2, 4, 4, true, false, -1, "in or out buffer is null!"},
-        {2, 4, 4, false, true, -1, "in or out buffer is null!"},
-        {0, 2, 4, false, false, -1, "cannot map 0 channels to 2!"},
-        {2, -1, 4, false, false, -1, "cannot map 2 channels to -1!"},
+        {2, 4, 0, false, false, 0, ""}, {2, 4, -5, false, false, -5, ""}, {2, 4, 0, true, true, 0, ""},
+        {2, 4, 4, true, false, -1, "in or out buffer is null!"}, {2, 4, 4, false, true, -1, "in or out buffer is null!"},
+        {0, 2, 4, false, false, -1, "cannot map 0 channels to 2!"}, {2, -1, 4, false, false, -1, "cannot map 2 channels to -1!"},
         {0, 0, 4, false, false, 4, ""},
         // clang-format on
     };
     for (const auto& c : rows) {
-        SCOPED_TRACE(std::to_string(c.inChn) + "=>" + std::to_string(c.outChn) + ", " +
-                     std::to_string(c.frames));
+        SCOPED_TRACE("row " + std::to_string(&c - rows));
         REMATRIX_ATTR_S attr = {c.inChn, c.outChn};
         REMATRIX_HANDLER* handler = REMATRIX_CreateHandler(&attr);
         ASSERT_NE(nullptr, handler);
@@ -172,26 +167,22 @@ std::string BadRatioText() {
 // A refusal comes before anything is allocated.
 TEST(ResampleCreate, CreatesOrRefusesWithItsLine) {
     const std::string ratio = "src_set_ratio err=" + BadRatioText(),
-                      chn = "channel of input and output must be same!",
-                      period = "period_size should match convert rate!";
+                      chn = "channel of input and output must be same!";
+    const std::string period = "period_size should match convert rate!";
     const struct {
         RESAMPLE_ATTR_S attr;
         bool created;
         std::string printed;
     } rows[] = {
         // clang-format off
-        {{16000, 1, 320, 48000, 1, 960}, true, ""},
-        {{16000, 1, 0, 48000, 1, 0}, true, ""},
+        {{16000, 1, 320, 48000, 1, 960}, true, ""}, {{16000, 1, 0, 48000, 1, 0}, true, ""},
         {{48000, 1, 150000, 16000, 1, 50000}, true, ""},  // the period product needs more than int
-        {{32000, 1, 101, 48000, 1, 151}, false, period},
-        {{16000, 1, 320, 0, 1, 960}, false, period},
-        {{16000, 2, 320, 48000, 1, 960}, false, chn},
-        {{32000, 2, 101, 48000, 1, 151}, false, chn},  // channels are checked first
+        {{32000, 1, 101, 48000, 1, 151}, false, period}, {{16000, 1, 320, 0, 1, 960}, false, period},
+        {{16000, 2, 320, 48000, 1, 960}, false, chn}, {{32000, 2, 101, 48000, 1, 151}, false, chn},  // channels first
         {{16000, 0, 320, 48000, 0, 960}, false, "channel 0 or period_size 320=>960 out of range!"},
         {{16000, 1, -320, 48000, 1, -960}, false, "channel 1 or period_size -320=>-960 out of range!"},
         {{48000, 4, 1 << 29, 48000, 4, 1 << 29}, false, "channel 4 or period_size 536870912=>536870912 out of range!"},
-        {{16000, 1, 0, 0, 1, 960}, true, ratio},
-        {{100, 1, 1, 48000, 1, 480}, true, ratio},
+        {{16000, 1, 0, 0, 1, 960}, true, ratio}, {{100, 1, 1, 48000, 1, 480}, true, ratio},
         // clang-format on
     };
     for (const auto& c : rows) {
