@@ -2,8 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <string>
-#include <vector>
 
 #include "config_checker.h"
 #include "test_support.h"
@@ -32,13 +30,6 @@ std::string W(const std::string& text, int line = 6) {
 std::string L(int line, const std::string& text) {
     return "f.xml:" + std::to_string(line) + ": " + text;
 }
-// Two AIs at 16 kHz (stereo) and 48 kHz (mono), 320 frames each, on lines 2 and 3.
-std::string Ais(const std::string& more) {
-    return "<Audio>\n<AI Id='0' Name='A'><SampleRate Cur='16KHZ'/><Channel Cur='2'/><FrameSize "
-           "Cur='320'/></AI>\n"
-           "<AI Id='1' Name='B'><SampleRate Cur='48KHZ'/><Channel Cur='1'/><FrameSize Cur='320'/></AI>\n" +
-           more + "</Audio>\n";
-}
 const char kSplit13[] = "<Node Type='Split' ChnOffset='0' ChnCntA='1' ChnCntB='3'/>";
 
 TEST(Check, ReportsExactLines) {
@@ -62,8 +53,7 @@ TEST(Check, ReportsExactLines) {
          {E("Output node: AO 0 takes 960 frames at 48000 Hz, the input delivers 320 frames at 16000 Hz", 7)}},
         {S("<AiAdj Id='0' SampleRate='16KHZ' Channel='2'/>\n<Node Type='Output' AoId='0' ChnOffset='0' ChnCnt='2'/>"), {}},
         {S("<Node Type='Swap' Map='1:0:2:4'/>"), {E("Swap node: Map entry 3 is 4, outside 0..3")}},
-        {S("<Node Type='Swap' Map='1:0'/>"),
-         {E("Swap node: Map has 2 entries for 4 channel blocks"),
+        {S("<Node Type='Swap' Map='1:0'/>"), {E("Swap node: Map has 2 entries for 4 channel blocks"),
           E("Swap node: Map is not a permutation: block 2 receives nothing")}},
         {S("<Node Type='Swap' Map='0:1:2:3:4'/>"), {W("Swap node: Map has 5 entries for 4 channel blocks")}},
         {S("<Node Type='Swap' Map='1:0:2:3'/>"), {E("Swap node: the group at block 0 is not kept together and in order")}},
@@ -97,9 +87,11 @@ TEST(Check, ReportsExactLines) {
         {S("", "Id='0' Name='S' AiId='0' Worker='5'"), {E("Worker 5 outside 1..4", 5)}},
         {S("", "Id='0' Name='S' AiId='6' Worker='1'"), {E("AI 6 is not configured", 5)}},
         {S("<AiAdj Id='0' SampleRate='16KHZ' Channel='0'/>"), {E("AI 0 has 0 channels", 5)}},
-        {Ais("<AI Id='2' Name='C'><Device Type='Combo' AiIdList='0:1:7'/><SampleRate Cur='16KHZ'/><FrameSize Cur='320'/></AI>\n"
+        {"<Audio>\n<AI Id='0' Name='A'><SampleRate Cur='16KHZ'/><Channel Cur='2'/><FrameSize Cur='320'/></AI>\n"
+         "<AI Id='1' Name='B'><SampleRate Cur='48KHZ'/><Channel Cur='1'/><FrameSize Cur='320'/></AI>\n"
+         "<AI Id='2' Name='C'><Device Type='Combo' AiIdList='0:1:7'/><SampleRate Cur='16KHZ'/><FrameSize Cur='320'/></AI>\n"
              "<AI Id='3' Name='D'><Device Type='Combo' AiIdList='4'/></AI>\n<AI Id='4' Name='E'><Device Type='Combo' AiIdList='3'/></AI>\n"
-             "<AI Id='5' Name='F'><Device Type='Combo'/></AI>\n"),
+             "<AI Id='5' Name='F'><Device Type='Combo'/></AI>\n</Audio>\n",
          {L(4, "error: combo AI 2 'C': member AI 1 runs 320 frames at 48000 Hz, the combo 320 frames at 16000 Hz"),
           L(4, "error: combo AI 2 'C': member AI 7 is not configured"),
           L(5, "error: combo AI 3 'D': its members lead back to itself"),
