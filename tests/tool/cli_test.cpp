@@ -64,8 +64,9 @@ TEST(Cli, ExitStatusAndOutput) {
         {"run cfg.xml --switch soon", 2, {"audiomw run: bad --switch 'soon'"}, ""},
         {"run cfg.xml --line-in 1:2", 2, {"audiomw run: bad --line-in '1:2'"}, ""},
         {"run none.xml --seconds 0.1", 1, {"audiomw run: cannot copy none.xml"}, ""},
-        {"run cfg.xml --cards cards.txt --stream 0=Nope --seconds 0.1", 1,
-         {"stream 0 -> Nope: no such configuration", "A stream could not start."}, ""},
+        // A timed switch to a name holding '=' (and no such configuration).
+        {"run cfg.xml --cards cards.txt --stream 0=Main --switch 0.1:0=A=B --seconds 0.3", 1,
+         {"stream 0 -> A=B: no such configuration", "A stream could not start."}, ""},
         // Without --stream each slot runs the configuration of its id; Broken is refused.
         {"run cfg.xml --cards cards.txt --seconds 0.2", 1,
          {"stream 0 -> Main: running", "stream 1 -> Broken: failed", "stream 1: Broken, 0 periods read since its last switch (FAILED)"}, ""},

@@ -1,10 +1,9 @@
-// audiomw graph: what the drawing says about each node; the timed-switch argument.
+// audiomw graph: what the drawing says about each node.
 #include <gtest/gtest.h>
 
 #include <string>
 #include <vector>
 
-#include "cli_args.h"
 #include "config_model.h"
 #include "pipeline_graph.h"
 
@@ -62,19 +61,6 @@ TEST(PipelineGraph, LabelsShowBlocksReadAndWritten) {
     EXPECT_EQ(debug.find("Voice"), std::string::npos);
     EXPECT_NE(debug.find("stream Debug (Id 1, 1 workers)"), std::string::npos);
     EXPECT_EQ(Dot("Nope"), "");
-}
-
-// Timed switches: the stream name may itself hold '='; the time must be a plain
-// non-negative number and the slot a number.
-TEST(CliArgs, TimedSwitch) {
-    TimedSwitch sw;
-    ASSERT_TRUE(ParseTimedSwitch("1.5:1=A=B", &sw));
-    EXPECT_DOUBLE_EQ(1.5, sw.seconds);
-    EXPECT_EQ(1, sw.target.slot);
-    EXPECT_EQ("A=B", sw.target.name);
-    for (const char* bad : {"2:0=", "2:x=Voice", "-1:0=Voice", "0=Voice", "2s:0=Voice"}) {
-        EXPECT_FALSE(ParseTimedSwitch(bad, &sw)) << bad;
-    }
 }
 
 }  // namespace
