@@ -41,8 +41,9 @@ TEST(KernelBackend, RefusedOpenLeavesAHandleThatExplainsAndRefusesEverything) {
         EXPECT_EQ(-EBADFD,
                   (row.flags & PCM_IN) ? pcm_readi(handle, data, 480) : pcm_writei(handle, data, 480));
         unsigned int avail = 7;
-        timespec stamp{};
+        timespec stamp{5, 6};
         EXPECT_EQ(-1, pcm_get_htimestamp(handle, &avail, &stamp));
+        EXPECT_EQ(5, stamp.tv_sec);  // nothing written
         EXPECT_EQ(0, pcm_get_underruns(handle));
         EXPECT_EQ(row.error, pcm_get_error(handle));  // the cause outlives the refused calls
         EXPECT_EQ(0, pcm_close(handle));
