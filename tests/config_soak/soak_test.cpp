@@ -5,10 +5,9 @@
 // asan and tsan presets add the leak and race checks.
 #include <fcntl.h>
 
-#include <condition_variable>
+#include <atomic>
 #include <cstdlib>
 #include <future>
-#include <mutex>
 #include <thread>
 
 #include "config_test_util.h"
@@ -56,13 +55,6 @@ std::string Config(const std::string& dir) {
 
 class SoakTest : public ConfigTest {
   protected:
-    void SetUp() override {
-        vcard_reset();
-        BSP_SetGpioOverride(14, 0);  // the line-in detection pin
-        UTIL_LOG_SetThreshold(4);    // the soak's thousands of information lines are not checked
-        AddPlaybackCard(10, "realtime");
-        AddPlaybackCard(11, "realtime");
-    }
     void TearDown() override {
         App::Stop();
         AUDIO_ASTREAM_SetLineInConnetState(ZN_FALSE);
@@ -72,6 +64,11 @@ class SoakTest : public ConfigTest {
 };
 
 TEST_F(SoakTest, SwitchStreamZeroWhileStreamOneRunsAndStateToggles) {
+    vcard_reset();
+    BSP_SetGpioOverride(14, 0);  // the line-in detection pin
+    UTIL_LOG_SetThreshold(4);    // the soak's thousands of information lines are not checked
+    AddPlaybackCard(10, "realtime");
+    AddPlaybackCard(11, "realtime");
     for (const char* f : {"/a.pcm", "/b.pcm", "/c.pcm"}) {
         audiomw_test::WriteFileBytes(root.Path(f), audiomw_test::MakePattern(2, 32 * 200));
     }
@@ -88,21 +85,13 @@ TEST_F(SoakTest, SwitchStreamZeroWhileStreamOneRunsAndStateToggles) {
 
     // The toggling thread does four rounds of toggles for every switch started (under the
     // line-in lock, as the application does), until told to stop.
-    std::mutex mutex;
-    std::condition_variable cv;
-    long started = 0, rounds = 0;
-    bool stop = false;
-    auto tell = [&](bool end) {
-        std::lock_guard<std::mutex> lock(mutex);
-        stop = stop || end;
-        started += end ? 0 : 1;
-        cv.notify_one();
-    };
+    std::atomic<long> started{0};
+    std::atomic<bool> stop{false};
+    long rounds = 0;
     std::thread toggler([&] {
-        std::unique_lock<std::mutex> lock(mutex);
-        for (long seen = 0, i = 0; cv.wait(lock, [&] { return stop || started != seen; }), !stop; rounds++) {
+        for (long seen = 0, i = 0; audiomw_test::WaitFor([&] { return stop || started != seen; }), !stop;
+             rounds++) {
             seen = started;
-            lock.unlock();
             for (int k = 0; k < 4; k++, i++) {
                 BSP_SetGpioOverride(14, i % 5 == 0 ? 1 : 0);
                 AUDIO_ASTREAM_LineInDectMutexLock();
@@ -111,13 +100,12 @@ TEST_F(SoakTest, SwitchStreamZeroWhileStreamOneRunsAndStateToggles) {
                 AUDIO_ASTREAM_enableDumpNode(0, static_cast<tagZN_BOOL>(i % 3 != 0));
                 AUDIO_ASTREAM_enableDumpNode(1, static_cast<tagZN_BOOL>(i % 2));
             }
-            lock.lock();
         }
     });
     const int switches = 1000;
     auto soak = std::async(std::launch::async, [&] {
         for (int i = 0; i < switches; i++) {
-            tell(false);
+            started++;
             const long played = SinkSize(10);
             if (AUDIO_ASTREAM_SwitchToConfig(0, i % 2 == 0 ? *a : *b) != 0) {
                 return i;
@@ -129,7 +117,7 @@ TEST_F(SoakTest, SwitchStreamZeroWhileStreamOneRunsAndStateToggles) {
         return switches;
     });
     const bool finished = soak.wait_for(std::chrono::minutes(4)) == std::future_status::ready;
-    tell(true);
+    stop = true;
     auto joined = std::async(std::launch::async, [&] { toggler.join(); });
     if (!finished || joined.wait_for(std::chrono::seconds(30)) != std::future_status::ready) {
         ADD_FAILURE() << (finished ? "the toggling thread did not end: a lock-order deadlock"
