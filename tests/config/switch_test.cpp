@@ -11,10 +11,9 @@ using namespace config_test;
 using Bytes = std::vector<uint8_t>;
 constexpr const char* kOp = "AUDIO_ASTREAM_SwitchToConfig";
 
-// Two file AIs, a stereo AO on virtual card 10 and a mono one on card 11, all 160 frames
-// per period; AI 4 is in the file but never created. Streams 0-6 adjust frame sizes to
-// 80, so each adjustment that was applied shows in the devices' records; "first" and
-// "second" play a.pcm and b.pcm.
+// Two file AIs, a stereo AO on card 10 and a mono one on card 11, 160 frames per period.
+// Streams 0-6 adjust frame sizes to 80, so each adjustment applied shows in the records
+// (AI 4 is destroyed for them); "first" and "second" play a.pcm and b.pcm.
 std::string Config(const std::string& dir) {
     auto adj = [](const char* tag, int id) {
         return std::string("<") + tag + " Id='" + std::to_string(id) +
@@ -117,7 +116,8 @@ TEST_F(SwitchTest, SlotAndDevicesAfterTheSwitch) {
         SCOPED_TRACE(row.title);
         App::Stop();
         App app;
-        ASSERT_TRUE(app.Start({4}));
+        ASSERT_TRUE(app.Start());
+        AUDIO_AI_Destroy(4);
         if (row.before != nullptr) {  // running, or only created when its start fails
             AUDIO_ASTREAM_SwitchToConfig(0, *app.Stream(row.before));
             ASSERT_EQ(1, AUDIO_ASTREAM_isReady(0));
@@ -162,7 +162,7 @@ TEST_F(SwitchTest, SwitchWhileRunningMovesTheStreamToTheSecondConfiguration) {
     audiomw_test::WriteFileBytes(root.Path("/a.pcm"), a);
     audiomw_test::WriteFileBytes(root.Path("/b.pcm"), b);
     App app;
-    ASSERT_TRUE(app.Start({4}));
+    ASSERT_TRUE(app.Start());
     ASSERT_EQ(0, AUDIO_ASTREAM_SwitchToConfig(0, *app.Stream("first")));
     ASSERT_TRUE(audiomw_test::WaitFor([&] { return SinkSize(10) >= static_cast<long>(48 * 640 + a.size()); }))
         << "the first configuration did not play its file";

@@ -1,7 +1,5 @@
-// Rate and channel conversion: every rematrix kernel against the mapping rule, byte for
-// byte, over shapes, frame counts that straddle the vector widths and misaligned buffers;
-// the exported functions in place and across periods without allocation; their refusals
-// and printed lines; handlers on several threads at once.
+// Rate and channel conversion: kernels and exported functions against the rule, byte for
+// byte and without allocation; refusals with their printed lines; handlers on threads.
 #include <gtest/gtest.h>
 #include <samplerate.h>
 
@@ -42,8 +40,7 @@ Bytes ByRule(const Bytes& in, int frames, int inChn, int outChn) {
     return out;
 }
 
-// The kernel's output and the guard after it, with the input at byte offset inOff and the
-// output at outOff.
+// The kernel's output and the guard after it, input and output at the byte offsets given.
 Bytes RunKernel(const Kernel& kernel, const Bytes& in, int frames, int inChn, int outChn, size_t inOff,
                 size_t outOff) {
     Bytes inBuf(inOff, 0), outBuf(outOff + size_t(frames) * outChn * 2 + kGuard, kGuardByte);
@@ -206,10 +203,8 @@ TEST(ResampleCreate, CreatesOrRefusesWithItsLine) {
     }
 }
 
-// Six periods through one handler, each call told 0 frames in and out (the counts are
-// ignored) and given exactly one output period (ASan checks it is not overrun): output
-// frame k is input frame (k * num - o) / den for one small hold offset o, across the
-// seams, and nothing is allocated.
+// Six periods, each call told 0 frames (the counts are ignored) and given one output period
+// (ASan checks it): output frame k is input frame (k * num - o) / den for a small o.
 TEST(ResampleProcess, HoldsEachSampleAcrossPeriodsWithoutAllocating) {
     const struct {
         RESAMPLE_ATTR_S attr;
@@ -286,9 +281,8 @@ TEST(ResampleArgs, RefusalsAndConverterErrorsPrintAndWriteNothing) {
     EXPECT_EQ(0, RESAMPLE_Destroy(nullptr));
 }
 
-// A capture chain (16000 -> 48000 Hz stereo, then 2 -> 4 channels) keeps all its state in
-// its handlers: four threads at once give the bytes one thread alone gives, and
-// ThreadSanitizer sees no race.
+// A capture chain (16 -> 48 kHz, 2 -> 4 channels) keeps its state in its handlers: four
+// threads at once give the bytes of one thread alone, and ThreadSanitizer sees no race.
 Bytes RunChain(uint32_t seed) {
     RESAMPLE_ATTR_S resampleAttr = {16000, 2, 320, 48000, 2, 960};
     REMATRIX_ATTR_S rematrixAttr = {2, 4};
