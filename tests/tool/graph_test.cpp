@@ -1,10 +1,9 @@
-// audiomw graph: what the drawing says about each node; the timed-switch argument.
+// audiomw graph: what the drawing says about each node.
 #include <gtest/gtest.h>
 
 #include <string>
 #include <vector>
 
-#include "cli_args.h"
 #include "config_model.h"
 #include "pipeline_graph.h"
 
@@ -12,27 +11,20 @@ namespace audiomw_tool {
 namespace {
 
 const char kConfig[] =
-    "<Audio>\n"
-    "<AI Id='0' Name='Mic'><Device Type='Alsa' CardId='1'/><SampleRate Cur='16KHZ'/><Channel Cur='4'/>"
-    "<FrameSize Cur='160'/></AI>\n"
-    "<AI Id='1' Name='Ref'><Device Type='Afile' FilePath='ref.pcm'/><SampleRate Cur='16KHZ'/><Channel "
-    "Cur='1'/>"
-    "<FrameSize Cur='160'/></AI>\n"
-    "<AI Id='2' Name='Both'><Device Type='Combo' AiIdList='0:1'/><SampleRate Cur='16KHZ'/>"
-    "<FrameSize Cur='160'/></AI>\n"
-    "<AO Id='0' Name='Spk'><Device Type='Alsa' CardId='3' DevId='1'/><SampleRate Cur='16KHZ'/>"
-    "<Channel Cur='2'/><FrameSize Cur='160'/></AO>\n"
-    "<ASTREAM Id='0' Name='Voice' AiId='2' Worker='2'>\n"
+    "<Audio>\n<AI Id='0' Name='Mic'><Device Type='Alsa' CardId='1'/><SampleRate Cur='16KHZ'/><Channel "
+    "Cur='4'/>"
+    "<FrameSize Cur='160'/></AI>\n<AI Id='1' Name='Ref'><Device Type='Afile' FilePath='ref.pcm'/>"
+    "<SampleRate Cur='16KHZ'/><Channel Cur='1'/><FrameSize Cur='160'/></AI>\n<AI Id='2' Name='Both'>"
+    "<Device Type='Combo' AiIdList='0:1'/><SampleRate Cur='16KHZ'/><FrameSize Cur='160'/></AI>\n"
+    "<AO Id='0' Name='Spk'><Device Type='Alsa' CardId='3' DevId='1'/><SampleRate Cur='16KHZ'/><Channel "
+    "Cur='2'/>"
+    "<FrameSize Cur='160'/></AO>\n<ASTREAM Id='0' Name='Voice' AiId='2' Worker='2'>\n"
     "<Node Type='OrvaneAlg' MicChnOffset='0' MicChnCnt='4' LineInChnCnt='0' RefChnOffset='4'/>\n"
     "<Node Type='Split' ChnOffset='0' ChnCntA='2' ChnCntB='2'/>\n"
-    "<Node Type='Output' AoId='0' ChnOffset='0' ChnCnt='2' AudioSourceId='1'/>\n"
-    "</ASTREAM>\n"
-    "<ASTREAM Id='1' Name='Debug' AiId='0' Worker='1'>\n"
-    "<Node Type='Swap' Map='0:1:2:3'/>\n"
+    "<Node Type='Output' AoId='0' ChnOffset='0' ChnCnt='2' AudioSourceId='1'/>\n</ASTREAM>\n"
+    "<ASTREAM Id='1' Name='Debug' AiId='0' Worker='1'>\n<Node Type='Swap' Map='0:1:2:3'/>\n"
     "<Node Type='Dump' Path='d/x.pcm' ChnOffset='0' ChnCnt='4'/>\n"
-    "<Node Type='Mixin' TargetIndex='0' ChnOffset='1' ChnCnt='2'/>\n"
-    "</ASTREAM>\n"
-    "</Audio>\n";
+    "<Node Type='Mixin' TargetIndex='0' ChnOffset='1' ChnCnt='2'/>\n</ASTREAM>\n</Audio>\n";
 
 std::string Dot(const std::string& stream) {
     ConfigModel model;
@@ -44,8 +36,9 @@ std::string Dot(const std::string& stream) {
     return PipelineDot(model, stream);
 }
 
+// Every stream, or the one named (none for an unknown name).
 TEST(PipelineGraph, LabelsShowBlocksReadAndWritten) {
-    std::string dot = Dot("");
+    const std::string dot = Dot(""), debug = Dot("Debug");
     const char* expected[] = {
         "label=\"stream Voice (Id 0, 2 workers)\"",
         "label=\"AI 2 'Both'\\ncombo of AI 0+1\\n5 ch, 16000 Hz, 160 frames\\ngroups [0-3][4]\"",
@@ -65,42 +58,9 @@ TEST(PipelineGraph, LabelsShowBlocksReadAndWritten) {
     for (const char* text : expected) {
         EXPECT_NE(dot.find(text), std::string::npos) << text << "\nin\n" << dot;
     }
-}
-
-TEST(PipelineGraph, OneStreamOrNone) {
-    std::string dot = Dot("Debug");
-    EXPECT_EQ(dot.find("Voice"), std::string::npos);
-    EXPECT_NE(dot.find("stream Debug (Id 1, 1 workers)"), std::string::npos);
+    EXPECT_EQ(debug.find("Voice"), std::string::npos);
+    EXPECT_NE(debug.find("stream Debug (Id 1, 1 workers)"), std::string::npos);
     EXPECT_EQ(Dot("Nope"), "");
-}
-
-// Timed switches: the stream name may itself hold '='; the time must be a plain
-// non-negative number and the slot a number.
-TEST(CliArgs, TimedSwitch) {
-    const struct {
-        const char* text;
-        bool ok;
-        double seconds;
-        int slot;
-        const char* name;
-    } cases[] = {
-        {"2:0=Voice", true, 2.0, 0, "Voice"},
-        {"1.5:1=A=B", true, 1.5, 1, "A=B"},
-        {"2:0=", false, 0, 0, ""},
-        {"2:x=Voice", false, 0, 0, ""},
-        {"-1:0=Voice", false, 0, 0, ""},
-        {"0=Voice", false, 0, 0, ""},
-        {"2s:0=Voice", false, 0, 0, ""},
-    };
-    for (const auto& c : cases) {
-        TimedSwitch sw;
-        ASSERT_EQ(ParseTimedSwitch(c.text, &sw), c.ok) << c.text;
-        if (c.ok) {
-            EXPECT_DOUBLE_EQ(sw.seconds, c.seconds);
-            EXPECT_EQ(sw.target.slot, c.slot);
-            EXPECT_EQ(sw.target.name, c.name);
-        }
-    }
 }
 
 }  // namespace
