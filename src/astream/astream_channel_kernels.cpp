@@ -36,10 +36,16 @@ bool HasAvx2() {
     __builtin_cpu_init();
     return __builtin_cpu_supports("avx2") != 0;
 }
+
+bool HasAvx512() {
+    __builtin_cpu_init();
+    return __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
+           __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("avx512vbmi");
+}
 #endif
 
 struct Dispatch {
-    ChannelKernelSet astSets[2];
+    ChannelKernelSet astSets[3];
     uint32_t u32Count;
     const ChannelKernelTable* pstActive;
 };
@@ -50,6 +56,10 @@ Dispatch Choose() {
     if (HasAvx2()) {
         stD.astSets[stD.u32Count++] = MakeSet<kAvx2ChannelKernels>("avx2");
         stD.pstActive = &kAvx2ChannelKernels;
+    }
+    if (HasAvx512()) {
+        stD.astSets[stD.u32Count++] = MakeSet<kAvx512ChannelKernels>("avx512");
+        stD.pstActive = &kAvx512ChannelKernels;
     }
 #elif defined(__aarch64__)
     stD.astSets[stD.u32Count++] = MakeSet<kNeonChannelKernels>("neon");

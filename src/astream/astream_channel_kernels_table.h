@@ -29,7 +29,8 @@ struct ChannelKernelTable {
 // Vectors of the compiler's generic form: SSE2 on any x86-64, NEON on any arm64.
 extern const ChannelKernelTable kPortableChannelKernels;
 #if defined(__x86_64__)
-extern const ChannelKernelTable kAvx2ChannelKernels;  // only for processors with AVX2
+extern const ChannelKernelTable kAvx2ChannelKernels;    // only for processors with AVX2
+extern const ChannelKernelTable kAvx512ChannelKernels;  // only for processors with AVX-512 BW, VL, VBMI
 #endif
 #if defined(__aarch64__)
 extern const ChannelKernelTable kNeonChannelKernels;

@@ -20,7 +20,7 @@ constexpr uint32_t kMaxCnt = 11;  // past the specialised range, so the fallback
 const uint32_t kFrames[] = {0, 1, 2, 3, 7, 8, 9, 15, 16, 17, 23, 24, 25, 31, 32, 33, 47, 160, 256};
 
 // The kernels under test: what the nodes call, and every instruction set's kernels this
-// processor runs (the portable ones, then AVX2 or NEON).
+// processor runs (the portable ones, then AVX2, AVX-512 or NEON).
 std::vector<ChannelKernelSet> KernelsUnderTest() {
     std::vector<ChannelKernelSet> sets = {{"dispatched", SplitFrames, MergeFrames, MixinFrames}};
     uint32_t u32Count = 0;
@@ -152,8 +152,8 @@ TEST(ChannelKernels, MixinQuotientIsExactForEveryReachableSum) {
     }
 }
 
-// The nodes run the processor's own vector kernels: NEON on every arm64 processor, AVX2
-// on x86-64 processors that have it.
+// The nodes run the processor's own vector kernels: NEON on every arm64 processor,
+// AVX-512 or else AVX2 on x86-64 processors that have it.
 TEST(ChannelKernels, NodesRunThisProcessorsVectorSet) {
     uint32_t u32Count = 0;
     const ChannelKernelSet* pSets = ChannelKernelSets(&u32Count);
@@ -162,7 +162,10 @@ TEST(ChannelKernels, NodesRunThisProcessorsVectorSet) {
 #if defined(__aarch64__)
     EXPECT_STREQ("neon", pSets[u32Count - 1].pcName);
 #elif defined(__x86_64__)
-    EXPECT_STREQ(__builtin_cpu_supports("avx2") ? "avx2" : "portable", pSets[u32Count - 1].pcName);
+    const bool bAvx512 = __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
+                         __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("avx512vbmi");
+    const char* pcBest = bAvx512 ? "avx512" : __builtin_cpu_supports("avx2") ? "avx2" : "portable";
+    EXPECT_STREQ(pcBest, pSets[u32Count - 1].pcName);
 #endif
 }
 
