@@ -7,8 +7,13 @@
 //
 // Buffers are bytes holding 16-bit little-endian samples with no alignment promise;
 // frames counts are per channel block. Split and merge read one buffer and write
-// another, which must not overlap. Mixin works in place and may find its target block
-// inside the group it averages.
+// another, which must not overlap, with one exception each that lets a node rewrite a
+// group where it lies: split's pDstA may be pSrc itself (B still goes elsewhere), and
+// merge's pDst may be pSrcB - a * frames * 2 (A taken from elsewhere). Both hold because
+// the kernels move frames in increasing order and read each frame, or each vector of
+// frames, before writing anything that lands on it; the output then never passes the
+// input still to be read. Mixin works in place and may find its target block inside the
+// group it averages.
 #ifndef AUDIOMW_SRC_ASTREAM_ASTREAM_CHANNEL_KERNELS_H
 #define AUDIOMW_SRC_ASTREAM_ASTREAM_CHANNEL_KERNELS_H
 
@@ -103,27 +108,27 @@ inline void MixinFrames(uint8_t* pTarget, const uint8_t* pGroup, uint32_t u32Fra
     MixinFramesWith(*gpstActiveChannelKernels, pTarget, pGroup, u32Frames, u32Cnt);
 }
 
-// A node rewrote blocks [u32Offset, u32Offset + u32Cnt) of pOut from pIn; completes the
-// frame period of u32Chn blocks of u32Block bytes in whichever buffer needs the smaller
-// copy. When u32Cnt < u32Chn / 2 the group goes back into pIn and the result is true (the
-// data is in pIn); otherwise the blocks before and after the group go from pIn into
-// pOut and the result is false (the data is in pOut). Copies of no bytes are skipped.
-inline bool CompleteGroupRewrite(uint8_t* pIn, uint8_t* pOut, uint32_t u32Offset, uint32_t u32Cnt,
-                                 uint32_t u32Chn, size_t u32Block) {
+// Whether a split or merge of a group of u32Cnt of u32Chn blocks leaves the period in
+// pIn (the group is rewritten where it lies) rather than in pOut (the rest is copied
+// around the group): the cheaper copy, u32Cnt < u32Chn / 2.
+inline bool GroupStaysInPlace(uint32_t u32Cnt, uint32_t u32Chn) {
+    return u32Cnt < (u32Chn >> 1);
+}
+
+// A node wrote blocks [u32Offset, u32Offset + u32Cnt) of pOut from pIn; completes the
+// frame period of u32Chn blocks of u32Block bytes in pOut by copying the blocks before
+// and after the group from pIn. Copies of no bytes are skipped.
+inline void CompleteAroundGroup(const uint8_t* pIn, uint8_t* pOut, uint32_t u32Offset, uint32_t u32Cnt,
+                                uint32_t u32Chn, size_t u32Block) {
     const size_t u32GroupStart = u32Offset * u32Block;
     const size_t u32GroupEnd = (static_cast<size_t>(u32Offset) + u32Cnt) * u32Block;
     const size_t u32End = u32Chn * u32Block;
-    if (u32Cnt < (u32Chn >> 1)) {
-        std::memcpy(pIn + u32GroupStart, pOut + u32GroupStart, u32GroupEnd - u32GroupStart);
-        return true;
-    }
     if (u32GroupStart > 0) {
         std::memcpy(pOut, pIn, u32GroupStart);
     }
     if (u32GroupEnd < u32End) {
         std::memcpy(pOut + u32GroupEnd, pIn + u32GroupEnd, u32End - u32GroupEnd);
     }
-    return false;
 }
 
 }  // namespace astream

@@ -44,8 +44,8 @@ void SplitOneThree(const uint8_t* pSrc, uint8_t* pDstA, uint8_t* pDstB, uint32_t
         const __m256i a = _mm256_permutevar8x32_epi32(_mm256_packus_epi32(p01, p23), pairOrder);
         _mm256_storeu_si256(reinterpret_cast<__m256i*>(pDstA + 2 * f), a);
     }
-    CopyFrames<4, 0, 1>(pSrc, pDstA, f, u32Frames - f);
     CopyFrames<4, 1, 3>(pSrc, pDstB, f, u32Frames - f);
+    CopyFrames<4, 0, 1>(pSrc, pDstA, f, u32Frames - f);
 }
 
 void MergeOneThree(const uint8_t* pSrcA, const uint8_t* pSrcB, uint8_t* pDst, uint32_t u32Frames) {
@@ -64,8 +64,8 @@ void MergeOneThree(const uint8_t* pSrcA, const uint8_t* pSrcB, uint8_t* pDst, ui
             _mm256_storeu_si256(reinterpret_cast<__m256i*>(pDst + 8 * g), _mm256_or_si256(a, b));
         }
     }
-    PlaceFrames<4, 0, 1>(pSrcA, pDst, f, u32Frames - f);
     PlaceFrames<4, 1, 3>(pSrcB, pDst, f, u32Frames - f);
+    PlaceFrames<4, 0, 1>(pSrcA, pDst, f, u32Frames - f);
 }
 
 struct Avx2Isa {

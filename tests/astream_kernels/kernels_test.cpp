@@ -40,7 +40,8 @@ std::vector<uint8_t> Random(size_t n, std::mt19937& rng) {
 // Buffers start one byte into their storage, so no sample is 2-byte aligned.
 constexpr size_t kSkew = 1;
 
-// Split and merge: every pair of channel counts, each kernel set against the reference.
+// Split and merge: every pair of channel counts, each kernel set against the reference,
+// apart and in place.
 TEST(ChannelKernels, SplitAndMergeEqualReference) {
     std::mt19937 rng(1);
     for (const ChannelKernelSet& set : KernelsUnderTest()) {
@@ -56,9 +57,19 @@ TEST(ChannelKernels, SplitAndMergeEqualReference) {
                     set.pfnSplit(in, fast.data() + kSkew, fast.data() + kSkew + lenA, frames, a, b);
                     SplitFramesRef(in, ref.data() + kSkew, ref.data() + kSkew + lenA, frames, a, b);
                     ASSERT_EQ(ref, fast);
+                    // In place, as the nodes run a group that stays in pIn: A over the source.
+                    std::vector<uint8_t> work = src, outB = Random(lenB, rng);
+                    set.pfnSplit(work.data() + kSkew, work.data() + kSkew, outB.data(), frames, a, b);
+                    ASSERT_EQ(0, std::memcmp(ref.data() + kSkew, work.data() + kSkew, lenA));
+                    ASSERT_EQ(0, std::memcmp(ref.data() + kSkew + lenA, outB.data(), lenB));
                     set.pfnMerge(in, in + lenA, fast.data() + kSkew, frames, a, b);
                     MergeFramesRef(in, in + lenA, ref.data() + kSkew, frames, a, b);
                     ASSERT_EQ(ref, fast);
+                    // In place: the frames written over B's blocks, A read from a copy.
+                    std::vector<uint8_t> copyA(in, in + lenA);
+                    work = src;
+                    set.pfnMerge(copyA.data(), work.data() + kSkew + lenA, work.data() + kSkew, frames, a, b);
+                    ASSERT_EQ(0, std::memcmp(ref.data() + kSkew, work.data() + kSkew, lenA + lenB));
                 }
             }
         }
@@ -169,28 +180,34 @@ TEST(ChannelKernels, NodesRunThisProcessorsVectorSet) {
 #endif
 }
 
-// Both completion branches: a small group goes back into pIn, a large one has the rest
-// copied around it into pOut.
-TEST(ChannelKernels, CompleteGroupRewriteCopiesTheCheaperWay) {
+// The completion copies around a group: the blocks before and after it come from pIn,
+// the group's own bytes stay as the node wrote them; a group at either edge of the
+// period copies nothing on that side. The threshold between the two ways is exact.
+TEST(ChannelKernels, CompleteAroundGroupCopiesTheRest) {
     const size_t block = 4;
-    std::vector<uint8_t> in(8 * block), out(8 * block);
-    for (size_t i = 0; i < in.size(); i++) {
-        in[i] = static_cast<uint8_t>(i);
-        out[i] = static_cast<uint8_t>(200 + i % 50);
+    const struct {
+        uint32_t offset, cnt, chn;
+    } cases[] = {{2, 4, 8}, {0, 4, 8}, {4, 4, 8}, {0, 8, 8}, {1, 1, 3}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(testing::Message() << "offset " << c.offset << ", cnt " << c.cnt << ", chn " << c.chn);
+        std::vector<uint8_t> in(c.chn * block + 1), out(in.size());
+        for (size_t i = 0; i < in.size(); i++) {
+            in[i] = static_cast<uint8_t>(i);
+            out[i] = static_cast<uint8_t>(200 + i % 50);
+        }
+        std::vector<uint8_t> expect = in;
+        std::memcpy(&expect[c.offset * block], &out[c.offset * block], c.cnt * block);
+        expect.back() = out.back();  // past the period: untouched
+        CompleteAroundGroup(in.data(), out.data(), c.offset, c.cnt, c.chn, block);
+        EXPECT_EQ(expect, out);
     }
-    std::vector<uint8_t> in1 = in, out1 = out;
-    EXPECT_TRUE(CompleteGroupRewrite(in1.data(), out1.data(), 2, 3, 8, block));
-    std::vector<uint8_t> expectIn = in;
-    std::memcpy(&expectIn[2 * block], &out[2 * block], 3 * block);
-    EXPECT_EQ(expectIn, in1);
-    EXPECT_EQ(out, out1);
-
-    std::vector<uint8_t> in2 = in, out2 = out;
-    EXPECT_FALSE(CompleteGroupRewrite(in2.data(), out2.data(), 2, 4, 8, block));
-    std::vector<uint8_t> expectOut = in;
-    std::memcpy(&expectOut[2 * block], &out[2 * block], 4 * block);
-    EXPECT_EQ(in, in2);
-    EXPECT_EQ(expectOut, out2);
+    const struct {
+        uint32_t cnt, chn;
+        bool inPlace;
+    } thresholds[] = {{2, 8, true}, {3, 8, true}, {4, 8, false}, {3, 7, false}, {2, 7, true}, {1, 2, false}};
+    for (const auto& t : thresholds) {
+        EXPECT_EQ(t.inPlace, GroupStaysInPlace(t.cnt, t.chn)) << t.cnt << " of " << t.chn;
+    }
 }
 
 }  // namespace
