@@ -1,10 +1,10 @@
-// The channel kernels for x86-64 processors with AVX-512 (F, BW, VL and VBMI): the
-// fixed-count gathers in 64-byte vectors, where one two-source word permute (vpermt2w)
-// gathers any 32 samples of two vectors, and the AVX2 mixin kernels. Only the code below
-// the target switch is built for AVX-512; the headers above it are compiled for the
-// baseline, so no inline function of a header that another file also instantiates
-// carries AVX-512 instructions. The dispatch picks this table only where the processor
-// has all four extensions.
+// The channel kernels for x86-64 processors with AVX-512 (F, BW, VL, VBMI and VNNI):
+// the fixed-count gathers in 64-byte vectors, where one two-source word permute
+// (vpermt2w) gathers any 32 samples of two vectors, and mixin kernels at that width.
+// Only the code below the target switch is built for AVX-512; the headers above it are
+// compiled for the baseline, so no inline function of a header that another file also
+// instantiates carries AVX-512 instructions. The dispatch picks this table only where
+// the processor has all five extensions.
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -23,7 +23,6 @@
 #pragma GCC target("avx2,avx512f,avx512bw,avx512vl,avx512vbmi,avx512vnni")
 
 #include "astream_channel_kernels_fixed.h"
-#include "astream_channel_kernels_mixin_avx2.h"
 
 namespace audiomw {
 namespace astream {
@@ -44,6 +43,21 @@ KERNEL_INLINE __m256i Quotient16(__m512i sum) {
 
 KERNEL_INLINE __m512i Targets16(const uint8_t* p) {
     return _mm512_cvtepi16_epi32(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(p)));
+}
+
+// One channel: (t + g) / 2 truncated toward zero without widening, as the AVX2 kernel
+// does it, 32 frames per vector.
+size_t MixinOne512(uint8_t* pTarget, const uint8_t* pGroup, size_t n) {
+    size_t f = 0;
+    for (; f + 32 <= n; f += 32) {
+        const __m512i t = _mm512_loadu_si512(pTarget + kSampleBytes * f);
+        const __m512i g = _mm512_loadu_si512(pGroup + kSampleBytes * f);
+        const __m512i odd = _mm512_xor_si512(t, g);
+        const __m512i floor = _mm512_add_epi16(_mm512_and_si512(t, g), _mm512_srai_epi16(odd, 1));
+        const __m512i raise = _mm512_and_si512(odd, _mm512_srli_epi16(floor, 15));
+        _mm512_storeu_si512(pTarget + kSampleBytes * f, _mm512_add_epi16(floor, raise));
+    }
+    return f;
 }
 
 // Two channels: pmaddwd against ones sums each frame's pair, 16 frames per vector.
@@ -134,13 +148,12 @@ struct Avx512Isa {
     template <uint32_t C>
     static void Mixin(uint8_t* pTarget, const uint8_t* pGroup, uint32_t u32Frames) {
         size_t f = 0;
-        if constexpr (C == 2) {
+        if constexpr (C == 1) {
+            f = MixinOne512(pTarget, pGroup, u32Frames);
+        } else if constexpr (C == 2) {
             f = MixinPairs512(pTarget, pGroup, u32Frames);
         } else if constexpr (C >= 3) {
             f = MixinRows512<C>(pTarget, pGroup, u32Frames);
-        } else {
-            MixinAvx2<C>(pTarget, pGroup, u32Frames);
-            return;
         }
         MixinLoop<C>(pTarget + kSampleBytes * f, pGroup + kSampleBytes * C * f, u32Frames - f);
     }

@@ -30,7 +30,7 @@ struct ChannelKernelTable {
 extern const ChannelKernelTable kPortableChannelKernels;
 #if defined(__x86_64__)
 extern const ChannelKernelTable kAvx2ChannelKernels;    // only for processors with AVX2
-extern const ChannelKernelTable kAvx512ChannelKernels;  // only for processors with AVX-512 BW, VL, VBMI
+extern const ChannelKernelTable kAvx512ChannelKernels;  // only with AVX-512 BW, VL, VBMI, VNNI
 #endif
 #if defined(__aarch64__)
 extern const ChannelKernelTable kNeonChannelKernels;

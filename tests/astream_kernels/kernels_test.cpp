@@ -174,7 +174,8 @@ TEST(ChannelKernels, NodesRunThisProcessorsVectorSet) {
     EXPECT_STREQ("neon", pSets[u32Count - 1].pcName);
 #elif defined(__x86_64__)
     const bool bAvx512 = __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
-                         __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("avx512vbmi");
+                         __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("avx512vbmi") &&
+                         __builtin_cpu_supports("avx512vnni");
     const char* pcBest = bAvx512 ? "avx512" : __builtin_cpu_supports("avx2") ? "avx2" : "portable";
     EXPECT_STREQ(pcBest, pSets[u32Count - 1].pcName);
 #endif
