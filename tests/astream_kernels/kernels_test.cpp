@@ -4,6 +4,7 @@
 // the averaged group.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <random>
@@ -60,8 +61,8 @@ TEST(ChannelKernels, SplitAndMergeEqualReference) {
                     // In place, as the nodes run a group that stays in pIn: A over the source.
                     std::vector<uint8_t> work = src, outB = Random(lenB, rng);
                     set.pfnSplit(work.data() + kSkew, work.data() + kSkew, outB.data(), frames, a, b);
-                    ASSERT_EQ(0, std::memcmp(ref.data() + kSkew, work.data() + kSkew, lenA));
-                    ASSERT_EQ(0, std::memcmp(ref.data() + kSkew + lenA, outB.data(), lenB));
+                    ASSERT_TRUE(std::equal(outB.begin(), outB.end(), ref.begin() + kSkew + lenA));
+                    ASSERT_TRUE(std::equal(ref.begin() + kSkew, ref.begin() + kSkew + lenA, work.begin() + kSkew));
                     set.pfnMerge(in, in + lenA, fast.data() + kSkew, frames, a, b);
                     MergeFramesRef(in, in + lenA, ref.data() + kSkew, frames, a, b);
                     ASSERT_EQ(ref, fast);
@@ -69,7 +70,7 @@ TEST(ChannelKernels, SplitAndMergeEqualReference) {
                     std::vector<uint8_t> copyA(in, in + lenA);
                     work = src;
                     set.pfnMerge(copyA.data(), work.data() + kSkew + lenA, work.data() + kSkew, frames, a, b);
-                    ASSERT_EQ(0, std::memcmp(ref.data() + kSkew, work.data() + kSkew, lenA + lenB));
+                    ASSERT_TRUE(std::equal(ref.begin() + kSkew, ref.end() - kSkew, work.begin() + kSkew));
                 }
             }
         }
