@@ -49,6 +49,7 @@ KERNEL_INLINE __m512i Targets16(const uint8_t* p) {
 // does it, 32 frames per vector.
 size_t MixinOne512(uint8_t* pTarget, const uint8_t* pGroup, size_t n) {
     size_t f = 0;
+#pragma GCC unroll 2
     for (; f + 32 <= n; f += 32) {
         const __m512i t = _mm512_loadu_si512(pTarget + kSampleBytes * f);
         const __m512i g = _mm512_loadu_si512(pGroup + kSampleBytes * f);
