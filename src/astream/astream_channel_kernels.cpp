@@ -28,7 +28,7 @@ void MixinSet(uint8_t* pTarget, const uint8_t* pGroup, uint32_t u32Frames, uint3
 
 template <const ChannelKernelTable& T>
 constexpr ChannelKernelSet MakeSet(const char* pcName) {
-    return {pcName, &SplitSet<T>, &MergeSet<T>, &MixinSet<T>};
+    return {pcName, &SplitSet<T>, &MergeSet<T>, &MixinSet<T>, T.pfnSwap};
 }
 
 #if defined(__x86_64__)

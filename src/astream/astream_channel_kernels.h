@@ -40,6 +40,11 @@ void MergeFramesRef(const uint8_t* pSrcA, const uint8_t* pSrcB, uint8_t* pDst, u
 // frame f) / (c + 1), truncated toward zero. c = 0 leaves the target as it is.
 void MixinFramesRef(uint8_t* pTarget, const uint8_t* pGroup, uint32_t u32Frames, uint32_t u32Cnt);
 
+// Block i of pIn (u32Block bytes) to block ps32Map[i] of pOut, for i from 0 to u32Chn - 1
+// in that order; every entry names a block of pOut, which does not overlap pIn.
+void SwapBlocksRef(const uint8_t* pIn, uint8_t* pOut, const int32_t* ps32Map, uint32_t u32Chn,
+                   size_t u32Block);
+
 // One instruction set's kernels, with the reference loops for counts past its
 // specialised range and for a mixin whose target lies in its group.
 struct ChannelKernelSet {
@@ -49,11 +54,12 @@ struct ChannelKernelSet {
     void (*pfnMerge)(const uint8_t* pSrcA, const uint8_t* pSrcB, uint8_t* pDst, uint32_t u32Frames,
                      uint32_t u32CntA, uint32_t u32CntB);
     void (*pfnMixin)(uint8_t* pTarget, const uint8_t* pGroup, uint32_t u32Frames, uint32_t u32Cnt);
+    SwapBlocksFn pfnSwap;
 };
 
 // The sets this build holds that this processor runs: "portable" first, then "avx2" or
-// "neon" where there is one; the last is the one SplitFrames, MergeFrames and
-// MixinFrames run. *pu32Count receives their number.
+// "neon" where there is one; the last is the one SplitFrames, MergeFrames, MixinFrames
+// and SwapBlocks run. *pu32Count receives their number.
 const ChannelKernelSet* ChannelKernelSets(uint32_t* pu32Count);
 
 // The table of the best instruction set this processor runs, chosen when the library
@@ -106,6 +112,11 @@ inline void MergeFrames(const uint8_t* pSrcA, const uint8_t* pSrcB, uint8_t* pDs
 
 inline void MixinFrames(uint8_t* pTarget, const uint8_t* pGroup, uint32_t u32Frames, uint32_t u32Cnt) {
     MixinFramesWith(*gpstActiveChannelKernels, pTarget, pGroup, u32Frames, u32Cnt);
+}
+
+inline void SwapBlocks(const uint8_t* pIn, uint8_t* pOut, const int32_t* ps32Map, uint32_t u32Chn,
+                       size_t u32Block) {
+    gpstActiveChannelKernels->pfnSwap(pIn, pOut, ps32Map, u32Chn, u32Block);
 }
 
 // Whether a split or merge of a group of u32Cnt of u32Chn blocks leaves the period in

@@ -310,6 +310,39 @@ KERNEL_INLINE void MixinLoop(uint8_t* pTarget, const uint8_t* pGroup, size_t n) 
     }
 }
 
+// ---- Swap ---------------------------------------------------------------------------------
+//
+// Block i of pIn to block map[i] of pOut, in increasing i, each block in vectors of the
+// instruction set inline: with small blocks a library call per block costs as much as
+// its bytes. The last vector of a block ends at the block's end, overlapping the one
+// before; blocks shorter than one vector take a plain copy.
+// (The vector type lives in a class: a vector typedef local to a function template
+// loses its attribute when it is passed on as a template argument.)
+template <typename Isa>
+struct ByteVector {
+    typedef uint8_t V __attribute__((vector_size(Isa::kBytes)));
+};
+
+template <typename Isa>
+KERNEL_INLINE void CopyBlock(uint8_t* pDst, const uint8_t* pSrc, size_t n) {
+    using V = typename ByteVector<Isa>::V;
+    if (n < sizeof(V)) {
+        std::memcpy(pDst, pSrc, n);
+        return;
+    }
+    for (size_t i = 0; i + sizeof(V) < n; i += sizeof(V)) {
+        StoreV(pDst + i, LoadV<V>(pSrc + i));
+    }
+    StoreV(pDst + n - sizeof(V), LoadV<V>(pSrc + n - sizeof(V)));
+}
+
+template <typename Isa>
+void SwapBlocks(const uint8_t* pIn, uint8_t* pOut, const int32_t* ps32Map, uint32_t u32Chn, size_t u32Block) {
+    for (uint32_t i = 0; i < u32Chn; i++) {
+        CopyBlock<Isa>(pOut + static_cast<size_t>(ps32Map[i]) * u32Block, pIn + i * u32Block, u32Block);
+    }
+}
+
 template <typename Isa, uint32_t A, uint32_t B>
 void SplitFixed(const uint8_t* pSrc, uint8_t* pDstA, uint8_t* pDstB, uint32_t u32Frames) {
     SplitBody<A, B, Isa>(pSrc, pDstA, pDstB, u32Frames);
@@ -320,13 +353,14 @@ void MergeFixed(const uint8_t* pSrcA, const uint8_t* pSrcB, uint8_t* pDst, uint3
     MergeBody<A, B, Isa>(pSrcA, pSrcB, pDst, u32Frames);
 }
 
-// The table of an instruction set: split and merge from the bodies above, mixin from
-// Isa::Mixin<C>.
+// The table of an instruction set: split, merge and swap from the bodies above, mixin
+// from Isa::Mixin<C>.
 template <typename Isa, size_t... I, size_t... C>
 constexpr ChannelKernelTable MakeTable(std::index_sequence<I...>, std::index_sequence<C...>) {
     return {{&SplitFixed<Isa, I / (kFixedMax + 1), I % (kFixedMax + 1)>...},
             {&MergeFixed<Isa, I / (kFixedMax + 1), I % (kFixedMax + 1)>...},
-            {&Isa::template Mixin<C>...}};
+            {&Isa::template Mixin<C>...},
+            &SwapBlocks<Isa>};
 }
 
 template <typename Isa>

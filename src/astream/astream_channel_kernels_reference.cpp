@@ -76,5 +76,12 @@ void MixinFramesRef(uint8_t* pTarget, const uint8_t* pGroup, uint32_t u32Frames,
     }
 }
 
+void SwapBlocksRef(const uint8_t* pIn, uint8_t* pOut, const int32_t* ps32Map, uint32_t u32Chn,
+                   size_t u32Block) {
+    for (uint32_t i = 0; i < u32Chn; i++) {
+        std::memcpy(pOut + static_cast<size_t>(ps32Map[i]) * u32Block, pIn + i * u32Block, u32Block);
+    }
+}
+
 }  // namespace astream
 }  // namespace audiomw

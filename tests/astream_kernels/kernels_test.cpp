@@ -23,7 +23,7 @@ const uint32_t kFrames[] = {0, 1, 2, 3, 7, 8, 9, 15, 16, 17, 23, 24, 25, 31, 32,
 // The kernels under test: what the nodes call, and every instruction set's kernels this
 // processor runs (the portable ones, then AVX2, AVX-512 or NEON).
 std::vector<ChannelKernelSet> KernelsUnderTest() {
-    std::vector<ChannelKernelSet> sets = {{"dispatched", SplitFrames, MergeFrames, MixinFrames}};
+    std::vector<ChannelKernelSet> sets = {{"dispatched", SplitFrames, MergeFrames, MixinFrames, SwapBlocks}};
     uint32_t u32Count = 0;
     const ChannelKernelSet* pSets = ChannelKernelSets(&u32Count);
     sets.insert(sets.end(), pSets, pSets + u32Count);
@@ -62,7 +62,8 @@ TEST(ChannelKernels, SplitAndMergeEqualReference) {
                     std::vector<uint8_t> work = src, outB = Random(lenB, rng);
                     set.pfnSplit(work.data() + kSkew, work.data() + kSkew, outB.data(), frames, a, b);
                     ASSERT_TRUE(std::equal(outB.begin(), outB.end(), ref.begin() + kSkew + lenA));
-                    ASSERT_TRUE(std::equal(ref.begin() + kSkew, ref.begin() + kSkew + lenA, work.begin() + kSkew));
+                    ASSERT_TRUE(
+                        std::equal(ref.begin() + kSkew, ref.begin() + kSkew + lenA, work.begin() + kSkew));
                     set.pfnMerge(in, in + lenA, fast.data() + kSkew, frames, a, b);
                     MergeFramesRef(in, in + lenA, ref.data() + kSkew, frames, a, b);
                     ASSERT_EQ(ref, fast);
@@ -72,6 +73,30 @@ TEST(ChannelKernels, SplitAndMergeEqualReference) {
                     set.pfnMerge(copyA.data(), work.data() + kSkew + lenA, work.data() + kSkew, frames, a, b);
                     ASSERT_TRUE(std::equal(ref.begin() + kSkew, ref.end() - kSkew, work.begin() + kSkew));
                 }
+            }
+        }
+    }
+}
+
+// Swap: block sizes around every vector width, maps that reverse, rotate, and name one
+// block twice (the later source wins, the unnamed block keeps what it held).
+TEST(ChannelKernels, SwapEqualsReference) {
+    std::mt19937 rng(5);
+    const size_t blocks[] = {0, 2, 6, 14, 16, 18, 30, 32, 34, 62, 64, 66, 126, 130, 320, 512};
+    const std::vector<int32_t> maps[] = {
+        {0},       {1, 0},
+        {2, 0, 1}, {7, 6, 5, 4, 3, 2, 1, 0},
+        {0, 0, 1}, {19, 0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 18}};
+    for (const ChannelKernelSet& set : KernelsUnderTest()) {
+        for (size_t block : blocks) {
+            for (const std::vector<int32_t>& map : maps) {
+                SCOPED_TRACE(testing::Message() << set.pcName << " block=" << block << " chn=" << map.size());
+                const uint32_t chn = static_cast<uint32_t>(map.size());
+                std::vector<uint8_t> in = Random(chn * block + kSkew, rng);
+                std::vector<uint8_t> fast = Random(chn * block + 2 * kSkew, rng), ref = fast;
+                set.pfnSwap(in.data() + kSkew, fast.data() + kSkew, map.data(), chn, block);
+                SwapBlocksRef(in.data() + kSkew, ref.data() + kSkew, map.data(), chn, block);
+                ASSERT_EQ(ref, fast);
             }
         }
     }
