@@ -160,9 +160,85 @@ struct Avx512Isa {
     }
 };
 
+// ---- Split and merge of 1 + 1 channels ---------------------------------------------------
+//
+// 32 frames per step: two vectors of frames, one word permute per channel. The last
+// step takes the remaining frames through masked loads and stores, which touch no byte
+// past them, so no frame takes a scalar path. Each step loads before it stores, which
+// keeps the kernels right in place.
+KERNEL_INLINE __m512i EvenOddIndex(int s32Odd) {
+    alignas(64) int16_t as16Index[32];
+    for (int i = 0; i < 32; i++) {
+        as16Index[i] = static_cast<int16_t>(2 * i + s32Odd);
+    }
+    return _mm512_load_si512(as16Index);
+}
+
+KERNEL_INLINE __m512i InterleaveIndex() {
+    alignas(64) int16_t as16Index[32];
+    for (int i = 0; i < 32; i++) {
+        as16Index[i] = static_cast<int16_t>(i / 2 + (i % 2) * 32);
+    }
+    return _mm512_load_si512(as16Index);
+}
+
+// Masks of the first n words of 64 (lo: words 0-31, hi: 32-63).
+KERNEL_INLINE __mmask32 LowWords(size_t n) {
+    return n >= 32 ? ~__mmask32(0) : static_cast<__mmask32>((uint64_t(1) << n) - 1);
+}
+
+KERNEL_INLINE __mmask32 HighWords(size_t n) {
+    return n <= 32 ? 0 : LowWords(n - 32);
+}
+
+void SplitOneOne(const uint8_t* pSrc, uint8_t* pDstA, uint8_t* pDstB, uint32_t u32Frames) {
+    const __m512i even = EvenOddIndex(0);
+    const __m512i odd = EvenOddIndex(1);
+    size_t f = 0;
+    for (; f + 32 <= u32Frames; f += 32) {
+        const __m512i x0 = _mm512_loadu_si512(pSrc + 4 * f);
+        const __m512i x1 = _mm512_loadu_si512(pSrc + 4 * f + 64);
+        _mm512_storeu_si512(pDstA + 2 * f, _mm512_permutex2var_epi16(x0, even, x1));
+        _mm512_storeu_si512(pDstB + 2 * f, _mm512_permutex2var_epi16(x0, odd, x1));
+    }
+    const size_t n = u32Frames - f;
+    if (n > 0) {
+        const __m512i x0 = _mm512_maskz_loadu_epi16(LowWords(2 * n), pSrc + 4 * f);
+        const __m512i x1 = _mm512_maskz_loadu_epi16(HighWords(2 * n), pSrc + 4 * f + 64);
+        _mm512_mask_storeu_epi16(pDstA + 2 * f, LowWords(n), _mm512_permutex2var_epi16(x0, even, x1));
+        _mm512_mask_storeu_epi16(pDstB + 2 * f, LowWords(n), _mm512_permutex2var_epi16(x0, odd, x1));
+    }
+}
+
+void MergeOneOne(const uint8_t* pSrcA, const uint8_t* pSrcB, uint8_t* pDst, uint32_t u32Frames) {
+    const __m512i lo = InterleaveIndex();
+    const __m512i hi = _mm512_add_epi16(lo, _mm512_set1_epi16(16));
+    size_t f = 0;
+    for (; f + 32 <= u32Frames; f += 32) {
+        const __m512i a = _mm512_loadu_si512(pSrcA + 2 * f);
+        const __m512i b = _mm512_loadu_si512(pSrcB + 2 * f);
+        _mm512_storeu_si512(pDst + 4 * f, _mm512_permutex2var_epi16(a, lo, b));
+        _mm512_storeu_si512(pDst + 4 * f + 64, _mm512_permutex2var_epi16(a, hi, b));
+    }
+    const size_t n = u32Frames - f;
+    if (n > 0) {
+        const __m512i a = _mm512_maskz_loadu_epi16(LowWords(n), pSrcA + 2 * f);
+        const __m512i b = _mm512_maskz_loadu_epi16(LowWords(n), pSrcB + 2 * f);
+        _mm512_mask_storeu_epi16(pDst + 4 * f, LowWords(2 * n), _mm512_permutex2var_epi16(a, lo, b));
+        _mm512_mask_storeu_epi16(pDst + 4 * f + 64, HighWords(2 * n), _mm512_permutex2var_epi16(a, hi, b));
+    }
+}
+
+constexpr ChannelKernelTable MakeAvx512Table() {
+    ChannelKernelTable stTable = MakeTable<Avx512Isa>();
+    stTable.apfnSplit[1 * (kFixedMax + 1) + 1] = &SplitOneOne;
+    stTable.apfnMerge[1 * (kFixedMax + 1) + 1] = &MergeOneOne;
+    return stTable;
+}
+
 }  // namespace
 
-constexpr ChannelKernelTable kAvx512ChannelKernels = MakeTable<Avx512Isa>();
+constexpr ChannelKernelTable kAvx512ChannelKernels = MakeAvx512Table();
 
 }  // namespace astream
 }  // namespace audiomw
