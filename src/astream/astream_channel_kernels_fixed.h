@@ -312,10 +312,10 @@ KERNEL_INLINE void MixinLoop(uint8_t* pTarget, const uint8_t* pGroup, size_t n) 
 
 // ---- Swap ---------------------------------------------------------------------------------
 //
-// Block i of pIn to block map[i] of pOut, in increasing i, each block in vectors of the
-// instruction set inline: with small blocks a library call per block costs as much as
-// its bytes. The last vector of a block ends at the block's end, overlapping the one
-// before; blocks shorter than one vector take a plain copy.
+// Block i of pIn to block map[i] of pOut, in increasing i, each block copied inline:
+// with small blocks a library call per block costs as much as its bytes. Steps of 64
+// bytes (as many vectors as that takes); the last step ends at the block's end,
+// overlapping the one before. Blocks shorter than one step take a plain copy.
 // (The vector type lives in a class: a vector typedef local to a function template
 // loses its attribute when it is passed on as a template argument.)
 template <typename Isa>
@@ -323,17 +323,27 @@ struct ByteVector {
     typedef uint8_t V __attribute__((vector_size(Isa::kBytes)));
 };
 
+constexpr size_t kCopyStep = 64;
+
+template <typename V, size_t... K>
+KERNEL_INLINE void CopyStep(uint8_t* pDst, const uint8_t* pSrc, std::index_sequence<K...>) {
+    V av[sizeof...(K)];
+    ((av[K] = LoadV<V>(pSrc + sizeof(V) * K)), ...);
+    ((StoreV(pDst + sizeof(V) * K, av[K])), ...);
+}
+
 template <typename Isa>
 KERNEL_INLINE void CopyBlock(uint8_t* pDst, const uint8_t* pSrc, size_t n) {
     using V = typename ByteVector<Isa>::V;
-    if (n < sizeof(V)) {
+    using Vectors = std::make_index_sequence<kCopyStep / sizeof(V)>;
+    if (n < kCopyStep) {
         std::memcpy(pDst, pSrc, n);
         return;
     }
-    for (size_t i = 0; i + sizeof(V) < n; i += sizeof(V)) {
-        StoreV(pDst + i, LoadV<V>(pSrc + i));
+    for (size_t i = 0; i + kCopyStep < n; i += kCopyStep) {
+        CopyStep<V>(pDst + i, pSrc + i, Vectors());
     }
-    StoreV(pDst + n - sizeof(V), LoadV<V>(pSrc + n - sizeof(V)));
+    CopyStep<V>(pDst + n - kCopyStep, pSrc + n - kCopyStep, Vectors());
 }
 
 template <typename Isa>
