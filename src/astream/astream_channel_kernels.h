@@ -1,8 +1,8 @@
 // Sample kernels of the channel nodes, separate from the node glue. Each has a reference
 // version (the definition of the result, astream_channel_kernels_reference.cpp) and sets
 // of versions specialised for small channel counts, one per instruction set: portable
-// vectors that every processor runs, AVX2 on x86-64 processors that have it, NEON on
-// arm64. Each equals the reference byte for byte; the nodes run the best set this
+// vectors that every processor runs, AVX2 and AVX-512 on x86-64 processors that have
+// them, NEON on arm64. Each equals the reference byte for byte; the nodes run the best set this
 // processor has (the dispatch, astream_channel_kernels.cpp).
 //
 // Buffers are bytes holding 16-bit little-endian samples with no alignment promise;
@@ -57,9 +57,9 @@ struct ChannelKernelSet {
     SwapBlocksFn pfnSwap;
 };
 
-// The sets this build holds that this processor runs: "portable" first, then "avx2" or
-// "neon" where there is one; the last is the one SplitFrames, MergeFrames, MixinFrames
-// and SwapBlocks run. *pu32Count receives their number.
+// The sets this build holds that this processor runs: "portable" first, then "avx2" and
+// "avx512", or "neon", where the processor has them; the last is the one SplitFrames, MergeFrames,
+// MixinFrames and SwapBlocks run. *pu32Count receives their number.
 const ChannelKernelSet* ChannelKernelSets(uint32_t* pu32Count);
 
 // The table of the best instruction set this processor runs, chosen when the library
