@@ -218,8 +218,25 @@ struct Avx2Isa {
 
 namespace {
 
+// The same gathers in 16-byte vectors, with AVX2's byte shuffles: for 3 + 5 and 5 + 3
+// channels, whose 32-byte gathers need long chains of cross-lane permutes, the
+// in-lane shuffles of 16-byte vectors (two per output vector, and an or) are faster.
+struct Avx2NarrowIsa {
+    static constexpr int kBytes = 16;
+    static constexpr bool kAny16 = true;
+    static constexpr int kMaxInputs16 = 8;
+};
+
+template <uint32_t A, uint32_t B>
+constexpr void UseNarrow(ChannelKernelTable& stTable) {
+    stTable.apfnSplit[A * (kFixedMax + 1) + B] = &SplitFixed<Avx2NarrowIsa, A, B>;
+    stTable.apfnMerge[A * (kFixedMax + 1) + B] = &MergeFixed<Avx2NarrowIsa, A, B>;
+}
+
 constexpr ChannelKernelTable MakeAvx2Table() {
     ChannelKernelTable stTable = MakeTable<Avx2Isa>();
+    UseNarrow<3, 5>(stTable);
+    UseNarrow<5, 3>(stTable);
     stTable.apfnSplit[1 * (kFixedMax + 1) + 3] = &SplitOneThree;
     stTable.apfnMerge[1 * (kFixedMax + 1) + 3] = &MergeOneThree;
     return stTable;
