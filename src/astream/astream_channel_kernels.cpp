@@ -28,7 +28,7 @@ void MixinSet(uint8_t* pTarget, const uint8_t* pGroup, uint32_t u32Frames, uint3
 
 template <const ChannelKernelTable& T>
 constexpr ChannelKernelSet MakeSet(const char* pcName) {
-    return {pcName, &SplitSet<T>, &MergeSet<T>, &MixinSet<T>};
+    return {pcName, &SplitSet<T>, &MergeSet<T>, &MixinSet<T>, T.pfnSwap};
 }
 
 #if defined(__x86_64__)
@@ -36,10 +36,17 @@ bool HasAvx2() {
     __builtin_cpu_init();
     return __builtin_cpu_supports("avx2") != 0;
 }
+
+bool HasAvx512() {
+    __builtin_cpu_init();
+    return __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
+           __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("avx512vbmi") &&
+           __builtin_cpu_supports("avx512vnni");
+}
 #endif
 
 struct Dispatch {
-    ChannelKernelSet astSets[2];
+    ChannelKernelSet astSets[3];
     uint32_t u32Count;
     const ChannelKernelTable* pstActive;
 };
@@ -50,6 +57,10 @@ Dispatch Choose() {
     if (HasAvx2()) {
         stD.astSets[stD.u32Count++] = MakeSet<kAvx2ChannelKernels>("avx2");
         stD.pstActive = &kAvx2ChannelKernels;
+    }
+    if (HasAvx512()) {
+        stD.astSets[stD.u32Count++] = MakeSet<kAvx512ChannelKernels>("avx512");
+        stD.pstActive = &kAvx512ChannelKernels;
     }
 #elif defined(__aarch64__)
     stD.astSets[stD.u32Count++] = MakeSet<kNeonChannelKernels>("neon");

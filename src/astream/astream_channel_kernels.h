@@ -1,14 +1,19 @@
 // Sample kernels of the channel nodes, separate from the node glue. Each has a reference
 // version (the definition of the result, astream_channel_kernels_reference.cpp) and sets
 // of versions specialised for small channel counts, one per instruction set: portable
-// vectors that every processor runs, AVX2 on x86-64 processors that have it, NEON on
-// arm64. Each equals the reference byte for byte; the nodes run the best set this
+// vectors that every processor runs, AVX2 and AVX-512 on x86-64 processors that have
+// them, NEON on arm64. Each equals the reference byte for byte; the nodes run the best set this
 // processor has (the dispatch, astream_channel_kernels.cpp).
 //
 // Buffers are bytes holding 16-bit little-endian samples with no alignment promise;
 // frames counts are per channel block. Split and merge read one buffer and write
-// another, which must not overlap. Mixin works in place and may find its target block
-// inside the group it averages.
+// another, which must not overlap, with one exception each that lets a node rewrite a
+// group where it lies: split's pDstA may be pSrc itself (B still goes elsewhere), and
+// merge's pDst may be pSrcB - a * frames * 2 (A taken from elsewhere). Both hold because
+// the kernels move frames in increasing order and read each frame, or each vector of
+// frames, before writing anything that lands on it; the output then never passes the
+// input still to be read. Mixin works in place and may find its target block inside the
+// group it averages.
 #ifndef AUDIOMW_SRC_ASTREAM_ASTREAM_CHANNEL_KERNELS_H
 #define AUDIOMW_SRC_ASTREAM_ASTREAM_CHANNEL_KERNELS_H
 
@@ -35,6 +40,11 @@ void MergeFramesRef(const uint8_t* pSrcA, const uint8_t* pSrcB, uint8_t* pDst, u
 // frame f) / (c + 1), truncated toward zero. c = 0 leaves the target as it is.
 void MixinFramesRef(uint8_t* pTarget, const uint8_t* pGroup, uint32_t u32Frames, uint32_t u32Cnt);
 
+// Block i of pIn (u32Block bytes) to block ps32Map[i] of pOut, for i from 0 to u32Chn - 1
+// in that order; every entry names a block of pOut, which does not overlap pIn.
+void SwapBlocksRef(const uint8_t* pIn, uint8_t* pOut, const int32_t* ps32Map, uint32_t u32Chn,
+                   size_t u32Block);
+
 // One instruction set's kernels, with the reference loops for counts past its
 // specialised range and for a mixin whose target lies in its group.
 struct ChannelKernelSet {
@@ -44,11 +54,12 @@ struct ChannelKernelSet {
     void (*pfnMerge)(const uint8_t* pSrcA, const uint8_t* pSrcB, uint8_t* pDst, uint32_t u32Frames,
                      uint32_t u32CntA, uint32_t u32CntB);
     void (*pfnMixin)(uint8_t* pTarget, const uint8_t* pGroup, uint32_t u32Frames, uint32_t u32Cnt);
+    SwapBlocksFn pfnSwap;
 };
 
-// The sets this build holds that this processor runs: "portable" first, then "avx2" or
-// "neon" where there is one; the last is the one SplitFrames, MergeFrames and
-// MixinFrames run. *pu32Count receives their number.
+// The sets this build holds that this processor runs: "portable" first, then "avx2" and
+// "avx512", or "neon", where the processor has them; the last is the one SplitFrames, MergeFrames,
+// MixinFrames and SwapBlocks run. *pu32Count receives their number.
 const ChannelKernelSet* ChannelKernelSets(uint32_t* pu32Count);
 
 // The table of the best instruction set this processor runs, chosen when the library
@@ -103,27 +114,32 @@ inline void MixinFrames(uint8_t* pTarget, const uint8_t* pGroup, uint32_t u32Fra
     MixinFramesWith(*gpstActiveChannelKernels, pTarget, pGroup, u32Frames, u32Cnt);
 }
 
-// A node rewrote blocks [u32Offset, u32Offset + u32Cnt) of pOut from pIn; completes the
-// frame period of u32Chn blocks of u32Block bytes in whichever buffer needs the smaller
-// copy. When u32Cnt < u32Chn / 2 the group goes back into pIn and the result is true (the
-// data is in pIn); otherwise the blocks before and after the group go from pIn into
-// pOut and the result is false (the data is in pOut). Copies of no bytes are skipped.
-inline bool CompleteGroupRewrite(uint8_t* pIn, uint8_t* pOut, uint32_t u32Offset, uint32_t u32Cnt,
-                                 uint32_t u32Chn, size_t u32Block) {
+inline void SwapBlocks(const uint8_t* pIn, uint8_t* pOut, const int32_t* ps32Map, uint32_t u32Chn,
+                       size_t u32Block) {
+    gpstActiveChannelKernels->pfnSwap(pIn, pOut, ps32Map, u32Chn, u32Block);
+}
+
+// Whether a split or merge of a group of u32Cnt of u32Chn blocks leaves the period in
+// pIn (the group is rewritten where it lies) rather than in pOut (the rest is copied
+// around the group): the cheaper copy, u32Cnt < u32Chn / 2.
+inline bool GroupStaysInPlace(uint32_t u32Cnt, uint32_t u32Chn) {
+    return u32Cnt < (u32Chn >> 1);
+}
+
+// A node wrote blocks [u32Offset, u32Offset + u32Cnt) of pOut from pIn; completes the
+// frame period of u32Chn blocks of u32Block bytes in pOut by copying the blocks before
+// and after the group from pIn. Copies of no bytes are skipped.
+inline void CompleteAroundGroup(const uint8_t* pIn, uint8_t* pOut, uint32_t u32Offset, uint32_t u32Cnt,
+                                uint32_t u32Chn, size_t u32Block) {
     const size_t u32GroupStart = u32Offset * u32Block;
     const size_t u32GroupEnd = (static_cast<size_t>(u32Offset) + u32Cnt) * u32Block;
     const size_t u32End = u32Chn * u32Block;
-    if (u32Cnt < (u32Chn >> 1)) {
-        std::memcpy(pIn + u32GroupStart, pOut + u32GroupStart, u32GroupEnd - u32GroupStart);
-        return true;
-    }
     if (u32GroupStart > 0) {
         std::memcpy(pOut, pIn, u32GroupStart);
     }
     if (u32GroupEnd < u32End) {
         std::memcpy(pOut + u32GroupEnd, pIn + u32GroupEnd, u32End - u32GroupEnd);
     }
-    return false;
 }
 
 }  // namespace astream

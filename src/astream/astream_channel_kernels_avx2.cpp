@@ -11,8 +11,6 @@ namespace audiomw {
 namespace astream {
 namespace {
 
-typedef int32_t I8 __attribute__((vector_size(32)));
-
 // The mixin quotient sum / (C + 1), truncated toward zero, for the 8 sums of `sum`. Sums
 // stay below 2^24 in magnitude, so they convert to float exactly; the reciprocal is
 // rounded up, so a sum that is a multiple of C + 1 gives at least its quotient, and the
@@ -133,6 +131,23 @@ size_t MixinRows(uint8_t* pTarget, const uint8_t* pGroup, size_t n) {
     return f;
 }
 
+// Mixin of C channels: the vector kernel for C's shape, the plain loop for the frames
+// after its last whole step.
+template <uint32_t C>
+KERNEL_INLINE void MixinAvx2(uint8_t* pTarget, const uint8_t* pGroup, uint32_t u32Frames) {
+    size_t f = 0;
+    if constexpr (C == 1) {
+        f = MixinOne(pTarget, pGroup, u32Frames);
+    } else if constexpr (C == 2) {
+        f = MixinPairs(pTarget, pGroup, u32Frames);
+    } else if constexpr (C == 4) {
+        f = MixinQuads(pTarget, pGroup, u32Frames);
+    } else if constexpr (C >= 3) {
+        f = MixinRows<C>(pTarget, pGroup, u32Frames);
+    }
+    MixinLoop<C>(pTarget + kSampleBytes * f, pGroup + kSampleBytes * C * f, u32Frames - f);
+}
+
 // ---- Split and merge of 1 + 3 channels ----------------------------------------------
 //
 // A frame is one 64-bit word: channel A is its first sample, B the other three. 16 frames
@@ -164,8 +179,8 @@ void SplitOneThree(const uint8_t* pSrc, uint8_t* pDstA, uint8_t* pDstB, uint32_t
         const __m256i a = _mm256_permutevar8x32_epi32(_mm256_packus_epi32(p01, p23), pairOrder);
         _mm256_storeu_si256(reinterpret_cast<__m256i*>(pDstA + 2 * f), a);
     }
-    CopyFrames<4, 0, 1>(pSrc, pDstA, f, u32Frames - f);
     CopyFrames<4, 1, 3>(pSrc, pDstB, f, u32Frames - f);
+    CopyFrames<4, 0, 1>(pSrc, pDstA, f, u32Frames - f);
 }
 
 void MergeOneThree(const uint8_t* pSrcA, const uint8_t* pSrcB, uint8_t* pDst, uint32_t u32Frames) {
@@ -184,8 +199,8 @@ void MergeOneThree(const uint8_t* pSrcA, const uint8_t* pSrcB, uint8_t* pDst, ui
             _mm256_storeu_si256(reinterpret_cast<__m256i*>(pDst + 8 * g), _mm256_or_si256(a, b));
         }
     }
-    PlaceFrames<4, 0, 1>(pSrcA, pDst, f, u32Frames - f);
     PlaceFrames<4, 1, 3>(pSrcB, pDst, f, u32Frames - f);
+    PlaceFrames<4, 0, 1>(pSrcA, pDst, f, u32Frames - f);
 }
 
 struct Avx2Isa {
@@ -195,17 +210,7 @@ struct Avx2Isa {
 
     template <uint32_t C>
     static void Mixin(uint8_t* pTarget, const uint8_t* pGroup, uint32_t u32Frames) {
-        size_t f = 0;
-        if constexpr (C == 1) {
-            f = MixinOne(pTarget, pGroup, u32Frames);
-        } else if constexpr (C == 2) {
-            f = MixinPairs(pTarget, pGroup, u32Frames);
-        } else if constexpr (C == 4) {
-            f = MixinQuads(pTarget, pGroup, u32Frames);
-        } else if constexpr (C >= 3) {
-            f = MixinRows<C>(pTarget, pGroup, u32Frames);
-        }
-        MixinLoop<C>(pTarget + kSampleBytes * f, pGroup + kSampleBytes * C * f, u32Frames - f);
+        MixinAvx2<C>(pTarget, pGroup, u32Frames);
     }
 };
 
@@ -213,8 +218,25 @@ struct Avx2Isa {
 
 namespace {
 
+// The same gathers in 16-byte vectors, with AVX2's byte shuffles: for 3 + 5 and 5 + 3
+// channels, whose 32-byte gathers need long chains of cross-lane permutes, the
+// in-lane shuffles of 16-byte vectors (two per output vector, and an or) are faster.
+struct Avx2NarrowIsa {
+    static constexpr int kBytes = 16;
+    static constexpr bool kAny16 = true;
+    static constexpr int kMaxInputs16 = 8;
+};
+
+template <uint32_t A, uint32_t B>
+constexpr void UseNarrow(ChannelKernelTable& stTable) {
+    stTable.apfnSplit[A * (kFixedMax + 1) + B] = &SplitFixed<Avx2NarrowIsa, A, B>;
+    stTable.apfnMerge[A * (kFixedMax + 1) + B] = &MergeFixed<Avx2NarrowIsa, A, B>;
+}
+
 constexpr ChannelKernelTable MakeAvx2Table() {
     ChannelKernelTable stTable = MakeTable<Avx2Isa>();
+    UseNarrow<3, 5>(stTable);
+    UseNarrow<5, 3>(stTable);
     stTable.apfnSplit[1 * (kFixedMax + 1) + 3] = &SplitOneThree;
     stTable.apfnMerge[1 * (kFixedMax + 1) + 3] = &MergeOneThree;
     return stTable;

@@ -205,25 +205,27 @@ struct MergeMap {
     }
 };
 
-// Copies frames [f, f + n) of the Cnt samples at channel Off of N-sample frames.
+// Copies frames [f, f + n) of the Cnt samples at channel Off of N-sample frames. In
+// frame order, each frame as one move: in place, a frame may land over bytes it was read
+// from.
 template <uint32_t N, uint32_t Off, uint32_t Cnt>
 KERNEL_INLINE void CopyFrames(const uint8_t* pSrc, uint8_t* pDst, size_t f, size_t n) {
     for (size_t i = f; i < f + n; i++) {
-        std::memcpy(pDst + kSampleBytes * Cnt * i, pSrc + kSampleBytes * (N * i + Off), kSampleBytes * Cnt);
+        std::memmove(pDst + kSampleBytes * Cnt * i, pSrc + kSampleBytes * (N * i + Off), kSampleBytes * Cnt);
     }
 }
 
-// Copies frames [f, f + n) of Cnt-sample frames into channel Off of N-sample frames.
+// Copies frames [f, f + n) of Cnt-sample frames into channel Off of N-sample frames, in
+// frame order, each frame as one move.
 template <uint32_t N, uint32_t Off, uint32_t Cnt>
 KERNEL_INLINE void PlaceFrames(const uint8_t* pSrc, uint8_t* pDst, size_t f, size_t n) {
     for (size_t i = f; i < f + n; i++) {
-        std::memcpy(pDst + kSampleBytes * (N * i + Off), pSrc + kSampleBytes * Cnt * i, kSampleBytes * Cnt);
+        std::memmove(pDst + kSampleBytes * (N * i + Off), pSrc + kSampleBytes * Cnt * i, kSampleBytes * Cnt);
     }
 }
 
 template <uint32_t A, uint32_t B, typename Isa>
-KERNEL_INLINE void SplitBody(const uint8_t* __restrict pSrc, uint8_t* __restrict pDstA,
-                             uint8_t* __restrict pDstB, uint32_t u32Frames) {
+KERNEL_INLINE void SplitBody(const uint8_t* pSrc, uint8_t* pDstA, uint8_t* pDstB, uint32_t u32Frames) {
     using U = UnitFor<A, B, Isa>;
     using V = typename U::V;
     constexpr uint32_t N = A + B;
@@ -241,6 +243,10 @@ KERNEL_INLINE void SplitBody(const uint8_t* __restrict pSrc, uint8_t* __restrict
     for (; f + kChunk <= u32Frames; f += kChunk) {
         V av[kA + kB > 0 ? kA + kB : 1];
         LoadAll(pSrc + kSampleBytes * N * f, av, std::make_index_sequence<kA + kB>());
+        // B's copies from memory come first: in place, A's stores land on this chunk.
+        if (!kVectorB) {
+            CopyFrames<N, A, B>(pSrc, pDstB, f, kChunk);
+        }
         if (kVectorA) {
             GatherStore<MapA>(av, pDstA + kSampleBytes * A * f, std::make_index_sequence<kA>());
         } else {
@@ -248,17 +254,16 @@ KERNEL_INLINE void SplitBody(const uint8_t* __restrict pSrc, uint8_t* __restrict
         }
         if (kVectorB) {
             GatherStore<MapB>(av, pDstB + kSampleBytes * B * f, std::make_index_sequence<kB>());
-        } else {
-            CopyFrames<N, A, B>(pSrc, pDstB, f, kChunk);
         }
     }
-    CopyFrames<N, 0, A>(pSrc, pDstA, f, u32Frames - f);
+    // B's frames first here too, and in every kernel's tail: in place, A's frames land
+    // on B's samples.
     CopyFrames<N, A, B>(pSrc, pDstB, f, u32Frames - f);
+    CopyFrames<N, 0, A>(pSrc, pDstA, f, u32Frames - f);
 }
 
 template <uint32_t A, uint32_t B, typename Isa>
-KERNEL_INLINE void MergeBody(const uint8_t* __restrict pSrcA, const uint8_t* __restrict pSrcB,
-                             uint8_t* __restrict pDst, uint32_t u32Frames) {
+KERNEL_INLINE void MergeBody(const uint8_t* pSrcA, const uint8_t* pSrcB, uint8_t* pDst, uint32_t u32Frames) {
     using U = UnitFor<A, B, Isa>;
     using V = typename U::V;
     constexpr uint32_t N = A + B;
@@ -275,8 +280,9 @@ KERNEL_INLINE void MergeBody(const uint8_t* __restrict pSrcA, const uint8_t* __r
         LoadAll(pSrcB + kSampleBytes * B * f, av + kA, std::make_index_sequence<kB>());
         GatherStore<Map>(av, pDst + kSampleBytes * N * f, std::make_index_sequence<kA + kB>());
     }
-    PlaceFrames<N, 0, A>(pSrcA, pDst, f, u32Frames - f);
+    // B's frames first, in every kernel's tail: in place, the frames land on B's blocks.
     PlaceFrames<N, A, B>(pSrcB, pDst, f, u32Frames - f);
+    PlaceFrames<N, 0, A>(pSrcA, pDst, f, u32Frames - f);
 }
 
 // ---- Mixin ------------------------------------------------------------------------------
@@ -304,6 +310,49 @@ KERNEL_INLINE void MixinLoop(uint8_t* pTarget, const uint8_t* pGroup, size_t n) 
     }
 }
 
+// ---- Swap ---------------------------------------------------------------------------------
+//
+// Block i of pIn to block map[i] of pOut, in increasing i, each block copied inline:
+// with small blocks a library call per block costs as much as its bytes. Steps of 64
+// bytes (as many vectors as that takes); the last step ends at the block's end,
+// overlapping the one before. Blocks shorter than one step take a plain copy.
+// (The vector type lives in a class: a vector typedef local to a function template
+// loses its attribute when it is passed on as a template argument.)
+template <typename Isa>
+struct ByteVector {
+    typedef uint8_t V __attribute__((vector_size(Isa::kBytes)));
+};
+
+constexpr size_t kCopyStep = 64;
+
+template <typename V, size_t... K>
+KERNEL_INLINE void CopyStep(uint8_t* pDst, const uint8_t* pSrc, std::index_sequence<K...>) {
+    V av[sizeof...(K)];
+    ((av[K] = LoadV<V>(pSrc + sizeof(V) * K)), ...);
+    ((StoreV(pDst + sizeof(V) * K, av[K])), ...);
+}
+
+template <typename Isa>
+KERNEL_INLINE void CopyBlock(uint8_t* pDst, const uint8_t* pSrc, size_t n) {
+    using V = typename ByteVector<Isa>::V;
+    using Vectors = std::make_index_sequence<kCopyStep / sizeof(V)>;
+    if (n < kCopyStep) {
+        std::memcpy(pDst, pSrc, n);
+        return;
+    }
+    for (size_t i = 0; i + kCopyStep < n; i += kCopyStep) {
+        CopyStep<V>(pDst + i, pSrc + i, Vectors());
+    }
+    CopyStep<V>(pDst + n - kCopyStep, pSrc + n - kCopyStep, Vectors());
+}
+
+template <typename Isa>
+void SwapBlocks(const uint8_t* pIn, uint8_t* pOut, const int32_t* ps32Map, uint32_t u32Chn, size_t u32Block) {
+    for (uint32_t i = 0; i < u32Chn; i++) {
+        CopyBlock<Isa>(pOut + static_cast<size_t>(ps32Map[i]) * u32Block, pIn + i * u32Block, u32Block);
+    }
+}
+
 template <typename Isa, uint32_t A, uint32_t B>
 void SplitFixed(const uint8_t* pSrc, uint8_t* pDstA, uint8_t* pDstB, uint32_t u32Frames) {
     SplitBody<A, B, Isa>(pSrc, pDstA, pDstB, u32Frames);
@@ -314,13 +363,14 @@ void MergeFixed(const uint8_t* pSrcA, const uint8_t* pSrcB, uint8_t* pDst, uint3
     MergeBody<A, B, Isa>(pSrcA, pSrcB, pDst, u32Frames);
 }
 
-// The table of an instruction set: split and merge from the bodies above, mixin from
-// Isa::Mixin<C>.
+// The table of an instruction set: split, merge and swap from the bodies above, mixin
+// from Isa::Mixin<C>.
 template <typename Isa, size_t... I, size_t... C>
 constexpr ChannelKernelTable MakeTable(std::index_sequence<I...>, std::index_sequence<C...>) {
     return {{&SplitFixed<Isa, I / (kFixedMax + 1), I % (kFixedMax + 1)>...},
             {&MergeFixed<Isa, I / (kFixedMax + 1), I % (kFixedMax + 1)>...},
-            {&Isa::template Mixin<C>...}};
+            {&Isa::template Mixin<C>...},
+            &SwapBlocks<Isa>};
 }
 
 template <typename Isa>

@@ -125,8 +125,8 @@ void SplitStructured(const uint8_t* pSrc, uint8_t* pDstA, uint8_t* pDstB, uint32
         StoreChannels<A>(pDstA + kSampleBytes * A * f, v);
         StoreChannels<B>(pDstB + kSampleBytes * B * f, v + A);
     }
-    CopyFrames<A + B, 0, A>(pSrc, pDstA, f, u32Frames - f);
     CopyFrames<A + B, A, B>(pSrc, pDstB, f, u32Frames - f);
+    CopyFrames<A + B, 0, A>(pSrc, pDstA, f, u32Frames - f);
 }
 
 template <uint32_t A, uint32_t B>
@@ -138,8 +138,8 @@ void MergeStructured(const uint8_t* pSrcA, const uint8_t* pSrcB, uint8_t* pDst, 
         LoadChannels<B>(pSrcB + kSampleBytes * B * f, v + A);
         StoreChannels<A + B>(pDst + kSampleBytes * (A + B) * f, v);
     }
-    PlaceFrames<A + B, 0, A>(pSrcA, pDst, f, u32Frames - f);
     PlaceFrames<A + B, A, B>(pSrcB, pDst, f, u32Frames - f);
+    PlaceFrames<A + B, 0, A>(pSrcA, pDst, f, u32Frames - f);
 }
 
 template <uint32_t A, uint32_t B>

@@ -30,12 +30,12 @@ void SplitFramesRef(const uint8_t* pSrc, uint8_t* pDstA, uint8_t* pDstB, uint32_
     const size_t u32LenB = static_cast<size_t>(u32CntB) * kSampleBytes;
     for (uint32_t f = 0; f < u32Frames; f++) {
         if (u32CntA > 0) {
-            std::memcpy(pDstA, pSrc, u32LenA);
+            std::memmove(pDstA, pSrc, u32LenA);
             pDstA += u32LenA;
             pSrc += u32LenA;
         }
         if (u32CntB > 0) {
-            std::memcpy(pDstB, pSrc, u32LenB);
+            std::memmove(pDstB, pSrc, u32LenB);
             pDstB += u32LenB;
             pSrc += u32LenB;
         }
@@ -48,12 +48,12 @@ void MergeFramesRef(const uint8_t* pSrcA, const uint8_t* pSrcB, uint8_t* pDst, u
     const size_t u32LenB = static_cast<size_t>(u32CntB) * kSampleBytes;
     for (uint32_t f = 0; f < u32Frames; f++) {
         if (u32CntA > 0) {
-            std::memcpy(pDst, pSrcA, u32LenA);
+            std::memmove(pDst, pSrcA, u32LenA);
             pDst += u32LenA;
             pSrcA += u32LenA;
         }
         if (u32CntB > 0) {
-            std::memcpy(pDst, pSrcB, u32LenB);
+            std::memmove(pDst, pSrcB, u32LenB);
             pDst += u32LenB;
             pSrcB += u32LenB;
         }
@@ -73,6 +73,13 @@ void MixinFramesRef(uint8_t* pTarget, const uint8_t* pGroup, uint32_t u32Frames,
         }
         Store16(pTarget, s32Sum / s32Div);
         pTarget += kSampleBytes;
+    }
+}
+
+void SwapBlocksRef(const uint8_t* pIn, uint8_t* pOut, const int32_t* ps32Map, uint32_t u32Chn,
+                   size_t u32Block) {
+    for (uint32_t i = 0; i < u32Chn; i++) {
+        std::memcpy(pOut + static_cast<size_t>(ps32Map[i]) * u32Block, pIn + i * u32Block, u32Block);
     }
 }
 

@@ -1,6 +1,7 @@
 #include "astream_split_node.h"
 
 #include <cstdint>
+#include <cstring>
 
 #include "astream_channel_kernels.h"
 #include "astream_node.h"
@@ -43,10 +44,21 @@ int ASTREAM_SPLIT_NODE_S::process(char* pIn, char* pOut, bool& bInPlace) {
     const uint32_t u32CntB = static_cast<uint32_t>(_mstAttr.s32ChnCntB);
     uint8_t* pu8In = reinterpret_cast<uint8_t*>(pIn);
     uint8_t* pu8Out = reinterpret_cast<uint8_t*>(pOut);
-    audiomw::astream::SplitFrames(pu8In + u32Offset * u32Block, pu8Out + u32Offset * u32Block,
-                                  pu8Out + (u32Offset + u32CntA) * u32Block, u32Frames, u32CntA, u32CntB);
-    bInPlace = audiomw::astream::CompleteGroupRewrite(pu8In, pu8Out, u32Offset, u32CntA + u32CntB,
-                                                      static_cast<uint32_t>(s32Chn), u32Block);
+    const size_t u32Start = u32Offset * u32Block;
+    const size_t u32StartB = (u32Offset + u32CntA) * u32Block;
+    if (audiomw::astream::GroupStaysInPlace(u32CntA + u32CntB, static_cast<uint32_t>(s32Chn))) {
+        // The group is rewritten where it lies: A in place, B through pOut.
+        audiomw::astream::SplitFrames(pu8In + u32Start, pu8In + u32Start, pu8Out + u32StartB, u32Frames,
+                                      u32CntA, u32CntB);
+        std::memcpy(pu8In + u32StartB, pu8Out + u32StartB, u32CntB * u32Block);
+        bInPlace = true;
+        return 0;
+    }
+    audiomw::astream::SplitFrames(pu8In + u32Start, pu8Out + u32Start, pu8Out + u32StartB, u32Frames, u32CntA,
+                                  u32CntB);
+    audiomw::astream::CompleteAroundGroup(pu8In, pu8Out, u32Offset, u32CntA + u32CntB,
+                                          static_cast<uint32_t>(s32Chn), u32Block);
+    bInPlace = false;
     return 0;
 }
 

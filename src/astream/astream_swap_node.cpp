@@ -1,7 +1,8 @@
 #include "astream_swap_node.h"
 
-#include <cstring>
+#include <cstdint>
 
+#include "astream_channel_kernels.h"
 #include "astream_node.h"
 #include "audio_log.h"
 
@@ -66,11 +67,8 @@ int ASTREAM_SWAP_NODE_S::process(char* pIn, char* pOut, bool& bInPlace) {
     if (!NodeEnabled(this) || FindBadEntry(_mstAttr, s32Chn) >= 0) {
         return -1;
     }
-    const size_t u32Block = StreamBlockSize(this);
-    for (int i = 0; i < s32Chn; i++) {
-        std::memcpy(pOut + static_cast<size_t>(_mstAttr.as32Map[i]) * u32Block,
-                    pIn + static_cast<size_t>(i) * u32Block, u32Block);
-    }
+    audiomw::astream::SwapBlocks(reinterpret_cast<const uint8_t*>(pIn), reinterpret_cast<uint8_t*>(pOut),
+                                 _mstAttr.as32Map, static_cast<uint32_t>(s32Chn), StreamBlockSize(this));
     bInPlace = false;
     return 0;
 }

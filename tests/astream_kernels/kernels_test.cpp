@@ -4,6 +4,7 @@
 // the averaged group.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <random>
@@ -20,9 +21,9 @@ constexpr uint32_t kMaxCnt = 11;  // past the specialised range, so the fallback
 const uint32_t kFrames[] = {0, 1, 2, 3, 7, 8, 9, 15, 16, 17, 23, 24, 25, 31, 32, 33, 47, 160, 256};
 
 // The kernels under test: what the nodes call, and every instruction set's kernels this
-// processor runs (the portable ones, then AVX2 or NEON).
+// processor runs (the portable ones, then AVX2, AVX-512 or NEON).
 std::vector<ChannelKernelSet> KernelsUnderTest() {
-    std::vector<ChannelKernelSet> sets = {{"dispatched", SplitFrames, MergeFrames, MixinFrames}};
+    std::vector<ChannelKernelSet> sets = {{"dispatched", SplitFrames, MergeFrames, MixinFrames, SwapBlocks}};
     uint32_t u32Count = 0;
     const ChannelKernelSet* pSets = ChannelKernelSets(&u32Count);
     sets.insert(sets.end(), pSets, pSets + u32Count);
@@ -40,7 +41,8 @@ std::vector<uint8_t> Random(size_t n, std::mt19937& rng) {
 // Buffers start one byte into their storage, so no sample is 2-byte aligned.
 constexpr size_t kSkew = 1;
 
-// Split and merge: every pair of channel counts, each kernel set against the reference.
+// Split and merge: every pair of channel counts, each kernel set against the reference,
+// apart and in place.
 TEST(ChannelKernels, SplitAndMergeEqualReference) {
     std::mt19937 rng(1);
     for (const ChannelKernelSet& set : KernelsUnderTest()) {
@@ -56,10 +58,45 @@ TEST(ChannelKernels, SplitAndMergeEqualReference) {
                     set.pfnSplit(in, fast.data() + kSkew, fast.data() + kSkew + lenA, frames, a, b);
                     SplitFramesRef(in, ref.data() + kSkew, ref.data() + kSkew + lenA, frames, a, b);
                     ASSERT_EQ(ref, fast);
+                    // In place, as the nodes run a group that stays in pIn: A over the source.
+                    std::vector<uint8_t> work = src, outB = Random(lenB, rng);
+                    set.pfnSplit(work.data() + kSkew, work.data() + kSkew, outB.data(), frames, a, b);
+                    ASSERT_TRUE(std::equal(outB.begin(), outB.end(), ref.begin() + kSkew + lenA));
+                    ASSERT_TRUE(
+                        std::equal(ref.begin() + kSkew, ref.begin() + kSkew + lenA, work.begin() + kSkew));
                     set.pfnMerge(in, in + lenA, fast.data() + kSkew, frames, a, b);
                     MergeFramesRef(in, in + lenA, ref.data() + kSkew, frames, a, b);
                     ASSERT_EQ(ref, fast);
+                    // In place: the frames written over B's blocks, A read from a copy.
+                    std::vector<uint8_t> copyA(in, in + lenA);
+                    work = src;
+                    set.pfnMerge(copyA.data(), work.data() + kSkew + lenA, work.data() + kSkew, frames, a, b);
+                    ASSERT_TRUE(std::equal(ref.begin() + kSkew, ref.end() - kSkew, work.begin() + kSkew));
                 }
+            }
+        }
+    }
+}
+
+// Swap: block sizes around every vector width, maps that reverse, rotate, and name one
+// block twice (the later source wins, the unnamed block keeps what it held).
+TEST(ChannelKernels, SwapEqualsReference) {
+    std::mt19937 rng(5);
+    const size_t blocks[] = {0, 2, 6, 14, 16, 18, 30, 32, 34, 62, 64, 66, 126, 130, 320, 512};
+    const std::vector<int32_t> maps[] = {
+        {0},       {1, 0},
+        {2, 0, 1}, {7, 6, 5, 4, 3, 2, 1, 0},
+        {0, 0, 1}, {19, 0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 18}};
+    for (const ChannelKernelSet& set : KernelsUnderTest()) {
+        for (size_t block : blocks) {
+            for (const std::vector<int32_t>& map : maps) {
+                SCOPED_TRACE(testing::Message() << set.pcName << " block=" << block << " chn=" << map.size());
+                const uint32_t chn = static_cast<uint32_t>(map.size());
+                std::vector<uint8_t> in = Random(chn * block + kSkew, rng);
+                std::vector<uint8_t> fast = Random(chn * block + 2 * kSkew, rng), ref = fast;
+                set.pfnSwap(in.data() + kSkew, fast.data() + kSkew, map.data(), chn, block);
+                SwapBlocksRef(in.data() + kSkew, ref.data() + kSkew, map.data(), chn, block);
+                ASSERT_EQ(ref, fast);
             }
         }
     }
@@ -152,8 +189,8 @@ TEST(ChannelKernels, MixinQuotientIsExactForEveryReachableSum) {
     }
 }
 
-// The nodes run the processor's own vector kernels: NEON on every arm64 processor, AVX2
-// on x86-64 processors that have it.
+// The nodes run the processor's own vector kernels: NEON on every arm64 processor,
+// AVX-512 or else AVX2 on x86-64 processors that have it.
 TEST(ChannelKernels, NodesRunThisProcessorsVectorSet) {
     uint32_t u32Count = 0;
     const ChannelKernelSet* pSets = ChannelKernelSets(&u32Count);
@@ -162,32 +199,42 @@ TEST(ChannelKernels, NodesRunThisProcessorsVectorSet) {
 #if defined(__aarch64__)
     EXPECT_STREQ("neon", pSets[u32Count - 1].pcName);
 #elif defined(__x86_64__)
-    EXPECT_STREQ(__builtin_cpu_supports("avx2") ? "avx2" : "portable", pSets[u32Count - 1].pcName);
+    const bool bAvx512 = __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
+                         __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("avx512vbmi") &&
+                         __builtin_cpu_supports("avx512vnni");
+    const char* pcBest = bAvx512 ? "avx512" : __builtin_cpu_supports("avx2") ? "avx2" : "portable";
+    EXPECT_STREQ(pcBest, pSets[u32Count - 1].pcName);
 #endif
 }
 
-// Both completion branches: a small group goes back into pIn, a large one has the rest
-// copied around it into pOut.
-TEST(ChannelKernels, CompleteGroupRewriteCopiesTheCheaperWay) {
+// The completion copies around a group: the blocks before and after it come from pIn,
+// the group's own bytes stay as the node wrote them; a group at either edge of the
+// period copies nothing on that side. The threshold between the two ways is exact.
+TEST(ChannelKernels, CompleteAroundGroupCopiesTheRest) {
     const size_t block = 4;
-    std::vector<uint8_t> in(8 * block), out(8 * block);
-    for (size_t i = 0; i < in.size(); i++) {
-        in[i] = static_cast<uint8_t>(i);
-        out[i] = static_cast<uint8_t>(200 + i % 50);
+    const struct {
+        uint32_t offset, cnt, chn;
+    } cases[] = {{2, 4, 8}, {0, 4, 8}, {4, 4, 8}, {0, 8, 8}, {1, 1, 3}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(testing::Message() << "offset " << c.offset << ", cnt " << c.cnt << ", chn " << c.chn);
+        std::vector<uint8_t> in(c.chn * block + 1), out(in.size());
+        for (size_t i = 0; i < in.size(); i++) {
+            in[i] = static_cast<uint8_t>(i);
+            out[i] = static_cast<uint8_t>(200 + i % 50);
+        }
+        std::vector<uint8_t> expect = in;
+        std::memcpy(&expect[c.offset * block], &out[c.offset * block], c.cnt * block);
+        expect.back() = out.back();  // past the period: untouched
+        CompleteAroundGroup(in.data(), out.data(), c.offset, c.cnt, c.chn, block);
+        EXPECT_EQ(expect, out);
     }
-    std::vector<uint8_t> in1 = in, out1 = out;
-    EXPECT_TRUE(CompleteGroupRewrite(in1.data(), out1.data(), 2, 3, 8, block));
-    std::vector<uint8_t> expectIn = in;
-    std::memcpy(&expectIn[2 * block], &out[2 * block], 3 * block);
-    EXPECT_EQ(expectIn, in1);
-    EXPECT_EQ(out, out1);
-
-    std::vector<uint8_t> in2 = in, out2 = out;
-    EXPECT_FALSE(CompleteGroupRewrite(in2.data(), out2.data(), 2, 4, 8, block));
-    std::vector<uint8_t> expectOut = in;
-    std::memcpy(&expectOut[2 * block], &out[2 * block], 4 * block);
-    EXPECT_EQ(in, in2);
-    EXPECT_EQ(expectOut, out2);
+    const struct {
+        uint32_t cnt, chn;
+        bool inPlace;
+    } thresholds[] = {{2, 8, true}, {3, 8, true}, {4, 8, false}, {3, 7, false}, {2, 7, true}, {1, 2, false}};
+    for (const auto& t : thresholds) {
+        EXPECT_EQ(t.inPlace, GroupStaysInPlace(t.cnt, t.chn)) << t.cnt << " of " << t.chn;
+    }
 }
 
 }  // namespace
