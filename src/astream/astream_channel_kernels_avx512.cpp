@@ -1,28 +1,19 @@
 // The channel kernels for x86-64 processors with AVX-512 (F, BW, VL, VBMI and VNNI):
 // the fixed-count gathers in 64-byte vectors, where one two-source word permute
 // (vpermt2w) gathers any 32 samples of two vectors, and mixin kernels at that width.
-// Only the code below the target switch is built for AVX-512; the headers above it are
-// compiled for the baseline, so no inline function of a header that another file also
-// instantiates carries AVX-512 instructions. The dispatch picks this table only where
-// the processor has all five extensions.
-#include <cstddef>
-#include <cstdint>
-#include <cstring>
-#include <type_traits>
-#include <utility>
-
-#include "astream_channel_kernels_table.h"
+// This file alone is compiled for AVX-512, and the dispatch picks its table only where
+// the processor has all five extensions. Like the AVX2 file, it uses nothing with
+// external linkage from a header that another file could also instantiate, so no
+// AVX-512 instruction reaches code that other processors run.
+#include "astream_channel_kernels_fixed.h"
 
 #if defined(__x86_64__)
+#if defined(__GNUC__) && !defined(__clang__)
 // GCC 12 takes the deliberately undefined pass-through operand inside the AVX-512
 // conversion intrinsics for an uninitialised read.
 #pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+#endif
 #include <immintrin.h>
-
-#pragma GCC push_options
-#pragma GCC target("avx2,avx512f,avx512bw,avx512vl,avx512vbmi,avx512vnni")
-
-#include "astream_channel_kernels_fixed.h"
 
 namespace audiomw {
 namespace astream {
@@ -243,5 +234,4 @@ constexpr ChannelKernelTable kAvx512ChannelKernels = MakeAvx512Table();
 }  // namespace astream
 }  // namespace audiomw
 
-#pragma GCC pop_options
 #endif  // __x86_64__
