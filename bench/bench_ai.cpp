@@ -12,8 +12,8 @@
 // thread's CPU clock. lib_ns and the baselines' *_ns are per block; ratio_* = library /
 // baseline over the whole run.
 #include <benchmark/benchmark.h>
-#include <samplerate.h>
 #include <pthread.h>
+#include <samplerate.h>
 #include <stdlib.h>
 #include <tinyalsa/pcm.h>
 #include <tinyalsa/vcard.h>
