@@ -226,7 +226,7 @@ TEST_F(ComboTest, CountAboveFourReachesOnlyFourIds) {
     LoadCards("pcm card=0 dir=capture source=pattern\npcm card=2 dir=capture source=pattern");
     CreateMembers({AlsaAi(0, 0, 16000, 2, 160), AlsaAi(2, 0, 16000, 2, 160)});
     AI_ATTR_S combo = ComboAi({0, 0, 0, 0}, 9);
-    const int tail[5] = {1, 1, 1, 1, 1};  // as ids 5 to 9 would be read past the array
+    const int tail[5] = {1, 1, 1, 1, 1};  // entries 5 to 9, were the id array read past its end
     std::memcpy(combo.acFilePath + sizeof(AUDIO_COMBO_DEV_S), tail, sizeof(tail));
     CreateCombo(kCombo, combo);
     ASSERT_TRUE(log.Has({3, "init", "ComboAI[3] member count 9 outside 0 to 4\n"}));
