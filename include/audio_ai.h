@@ -40,8 +40,14 @@ struct AI_ATTR_S {
     tagZN_BOOL bLineInConnect;
 };
 
+static_assert(sizeof(AI_DEV_TYPE_E) == 4, "device type code is 32 bits");
+static_assert(offsetof(AUDIO_COMBO_DEV_S, as32AiId) == 0, "AUDIO_COMBO_DEV_S layout");
+static_assert(offsetof(AUDIO_COMBO_DEV_S, s32AiCnt) == 16, "AUDIO_COMBO_DEV_S layout");
 static_assert(sizeof(AUDIO_COMBO_DEV_S) == 20, "AUDIO_COMBO_DEV_S layout");
+static_assert(offsetof(AI_ATTR_S, eType) == 0, "AI_ATTR_S layout");
 static_assert(offsetof(AI_ATTR_S, stAlsaDev) == 4, "AI_ATTR_S union offset");
+static_assert(offsetof(AI_ATTR_S, stComboDev) == 4, "AI_ATTR_S union offset");
+static_assert(offsetof(AI_ATTR_S, acFilePath) == 4, "AI_ATTR_S union offset");
 static_assert(offsetof(AI_ATTR_S, bEnable) == 44, "AI_ATTR_S union is 40 bytes");
 static_assert(offsetof(AI_ATTR_S, eSampleRate) == 48, "AI_ATTR_S layout");
 static_assert(offsetof(AI_ATTR_S, s32Channel) == 52, "AI_ATTR_S layout");
@@ -77,6 +83,21 @@ struct AI_DEVICE_S {
     pthread_mutex_t stMutex;
     AI_ATTR_S stAttr;
 };
+
+// The device classes are exported and extended by derived classes whose fields follow
+// these. A pthread mutex is 40 bytes on x86-64 and 48 on arm64, so what follows it is
+// stated relative to it. The class is not standard-layout (it has a vtable), for which
+// offsetof is conditionally supported; GCC and Clang support it here.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Winvalid-offsetof"
+static_assert(offsetof(AI_DEVICE_S, s32Id) == 8, "AI_DEVICE_S: vtable pointer first");
+static_assert(offsetof(AI_DEVICE_S, bHasInit) == 12, "AI_DEVICE_S layout");
+static_assert(offsetof(AI_DEVICE_S, bHasOpen) == 16, "AI_DEVICE_S layout");
+static_assert(offsetof(AI_DEVICE_S, stMutex) == 24, "AI_DEVICE_S layout");
+static_assert(offsetof(AI_DEVICE_S, stAttr) == 24 + sizeof(pthread_mutex_t), "AI_DEVICE_S layout");
+static_assert(sizeof(AI_DEVICE_S) == 24 + sizeof(pthread_mutex_t) + 72,
+              "AI_DEVICE_S size (4 bytes of tail padding)");
+#pragma GCC diagnostic pop
 
 extern AI_DEVICE_S* gs_pAiHandler[AUDIO_AI_MAX_NUM];
 

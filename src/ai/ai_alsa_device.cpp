@@ -14,6 +14,7 @@
 #include <new>
 
 #include "audio_log.h"
+#include "line_in_check.h"
 #include "relaxed_atomic.h"
 #include "root_path.h"
 
@@ -33,12 +34,6 @@ constexpr int kLineInCard = 1;
 constexpr int kUsbCard = 4;
 constexpr const char* kUsbIdPath = "/proc/asound/card4/usbid";
 constexpr const char* kSwitchUsbId = "1377:1500";  // captured from PCM device 1
-// Line-in capture check: idle blocks after destroy, reports before it goes idle again,
-// the channel-2 level that counts as a hit and the share of hits that is an error.
-constexpr unsigned int kLineInIdleBlocks = 100;
-constexpr unsigned int kLineInReports = 4;
-constexpr int kLineInLevel = 25000;
-constexpr double kLineInRatio = 0.6;
 constexpr unsigned int kPcmBufSpareBytes = 256;
 constexpr unsigned int kMidBufSpareSamples = 128;
 
@@ -350,12 +345,6 @@ void Record(Recording& rec, const AI_ATTR_S& a, const unsigned char* pData, unsi
     pthread_mutex_unlock(&rec.stMutex);
 }
 
-int16_t SampleAt(const unsigned char* pBuf, size_t u32Index) {
-    int16_t s16;
-    std::memcpy(&s16, pBuf + u32Index * kSampleBytes, sizeof(s16));
-    return s16;
-}
-
 // Line-in card: from the 101st block after destroy on, reports (up to four times) a
 // block whose channel 2 sits above 25000 in 60% of its frames; silences channels 2 and
 // 3 while the line-in source is disconnected. Odd channel counts skip all of it.
@@ -364,32 +353,13 @@ void CheckLineIn(AI_ALSA_DEVICE_S* pDev, unsigned char* pBuf, int s32Frames) {
     if (s32Chn % 2 != 0) {
         return;
     }
-    const bool bConnected = pDev->stAttr.bLineInConnect != ZN_FALSE;
-    int s32Hits = 0;
-    for (int i = 0; s32Chn > 3 && i < s32Frames; ++i) {
-        const size_t u32Ch2 = static_cast<size_t>(i) * s32Chn + 2;
-        unsigned int& u32Cnt = pDev->_mu32LineInCheckCnt;
-        if (u32Cnt >= kLineInIdleBlocks && u32Cnt < kLineInIdleBlocks + kLineInReports) {
-            s32Hits += SampleAt(pBuf, u32Ch2) > kLineInLevel;
-            float f32Ratio = static_cast<float>(s32Hits) / static_cast<float>(s32Frames);
-            if (static_cast<double>(f32Ratio) >= kLineInRatio) {
-                u32Cnt++;
-                std::printf("%s-%d: LineIn capture error. %d-%d, %f \n", "_readFrame", __LINE__, s32Hits,
-                            s32Frames, static_cast<double>(f32Ratio));
-                AUDIO_LOG_OP("_readFrame", UTIL_LOG_WARN, " LineIn capture error. %d-%d, %f \n", s32Hits,
-                             s32Frames, static_cast<double>(f32Ratio));
-                s32Hits = 0;
-            }
-        }
-        if (!bConnected) {
-            std::memset(pBuf + u32Ch2 * kSampleBytes, 0, 2 * kSampleBytes);
-        }
-    }
+    audiomw::LineInCheckPass(pBuf, s32Chn, s32Frames, pDev->stAttr.bLineInConnect != ZN_FALSE,
+                             pDev->_mu32LineInCheckCnt);
     if (audiomw::MarkerExists("/var/debuglog")) {
         std::printf("%s-%d: Conn =%d \n", "_readFrame", __LINE__,
                     static_cast<int>(pDev->stAttr.bLineInConnect));
     }
-    if (pDev->_mu32LineInCheckCnt < kLineInIdleBlocks) {
+    if (pDev->_mu32LineInCheckCnt < audiomw::kLineInIdleBlocks) {
         pDev->_mu32LineInCheckCnt++;
     }
 }

@@ -64,8 +64,9 @@ bool LeadsBack(const AI_ATTR_S& a, unsigned int u32Path, int& s32Again) {
     return false;
 }
 
-// One member of the list: a valid id of an existing AI other than the combo, not
-// leading back to the combo or into another loop of combos.
+// One member of the list: a valid id other than the combo's own, not leading back to the
+// combo or into another loop of combos. An empty slot passes here: init then treats it as
+// a member that does not match or cannot be enabled, and unwinds.
 bool ValidMember(const AI_COMBO_DEVICE_S* pDev, int m) {
     const int self = pDev->s32Id;
     AI_ATTR_S stMember;
@@ -75,9 +76,8 @@ bool ValidMember(const AI_COMBO_DEVICE_S* pDev, int m) {
                      AUDIO_AI_MAX_NUM - 1);
     } else if (m == self) {
         AUDIO_LOG_OP("init", UTIL_LOG_ERR, "ComboAI[%d] lists itself as a member\n", self);
-    } else if (AUDIO_AI_GetAttr(m, &stMember) != 0) {
-        AUDIO_LOG_OP("init", UTIL_LOG_ERR, "ComboAI[%d] member AI[%d] does not exist\n", self, m);
-    } else if (stMember.eType == AI_DEV_TYPE_COMBO && LeadsBack(stMember, IdBit(self) | IdBit(m), s32Again)) {
+    } else if (AUDIO_AI_GetAttr(m, &stMember) == 0 && stMember.eType == AI_DEV_TYPE_COMBO &&
+               LeadsBack(stMember, IdBit(self) | IdBit(m), s32Again)) {
         AUDIO_LOG_OP("init", UTIL_LOG_ERR,
                      "ComboAI[%d] member AI[%d] leads back to AI[%d]: combos listed in a loop\n", self, m,
                      s32Again);
@@ -122,10 +122,12 @@ void CloseMembers(const AI_ATTR_S& a) {
 }
 
 // Adds member m's channels to the combo's, checks its rate and frame length and enables
-// it unless it already is. 0, or -1 after logging why.
+// it unless it already is. 0, or -1 after logging why. stMember is zeroed once for the
+// whole list: an empty slot leaves it as it was (zeros, or the member before), so an
+// empty member either mismatches or then fails to enable.
 int TakeMember(AI_COMBO_DEVICE_S* pDev, int m, AI_ATTR_S& stMember) {
     AI_ATTR_S& a = pDev->stAttr;
-    AUDIO_AI_GetAttr(m, &stMember);
+    (void)AUDIO_AI_GetAttr(m, &stMember);
     long long s64Sum = static_cast<long long>(a.s32Channel) + stMember.s32Channel;
     if (stMember.s32Channel < 0 || s64Sum > INT_MAX) {
         AUDIO_LOG_OP("init", UTIL_LOG_ERR, "ComboAI[%d] cannot add %d channels of AI[%d] to %d\n",

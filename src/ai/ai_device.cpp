@@ -4,6 +4,9 @@
 
 #include "audio_ai.h"
 #include "audio_log.h"
+#include "relaxed_atomic.h"
+
+using audiomw::LoadRelaxed;
 
 AI_DEVICE_S::AI_DEVICE_S() : s32Id(-1), bHasInit(0), bHasOpen(0) {
     // An all-zero mutex is the statically initialised default mutex.
@@ -55,7 +58,7 @@ namespace {
 
 // Close and reopen around the store. Not open: nothing is stored.
 int ApplyNeedClose(AI_DEVICE_S* pDev, AI_ATTR_S* attr) {
-    if (!pDev->bHasOpen) {
+    if (!LoadRelaxed(pDev->bHasOpen)) {
         return 0;
     }
     int s32Ret = pDev->close();
@@ -70,8 +73,8 @@ int ApplyNeedClose(AI_DEVICE_S* pDev, AI_ATTR_S* attr) {
 // reopened after, whatever the new enable flag says.
 int ApplyNeedDestroy(AI_DEVICE_S* pDev, AI_ATTR_S* attr) {
     int s32Ret = 0;
-    if (!pDev->bHasOpen) {
-        if (pDev->bHasInit && (s32Ret = pDev->destroy()) != 0) {
+    if (!LoadRelaxed(pDev->bHasOpen)) {
+        if (LoadRelaxed(pDev->bHasInit) && (s32Ret = pDev->destroy()) != 0) {
             return s32Ret;
         }
         std::memcpy(&pDev->stAttr, attr, sizeof(*attr));
@@ -99,11 +102,13 @@ int AI_DEVICE_S::setCfg(AI_ATTR_S* attr) {
             s32Ret = hotApply();
             break;
         case AUDIO_SET_ACTION_E_NEED_CLOSE:
-            AUDIO_LOGI("AI_DEVICE_S::setCfg, AUDIO_SET_ACTION_E_NEED_CLOSE, bHasOpen:%d\n", bHasOpen);
+            AUDIO_LOGI("AI_DEVICE_S::setCfg, AUDIO_SET_ACTION_E_NEED_CLOSE, bHasOpen:%d\n",
+                       LoadRelaxed(bHasOpen));
             s32Ret = ApplyNeedClose(this, attr);
             break;
         case AUDIO_SET_ACTION_E_NEED_DESTROY:
-            AUDIO_LOGI("AI_DEVICE_S::setCfg, AUDIO_SET_ACTION_E_NEED_DESTROY, bHasOpen:%d\n", bHasOpen);
+            AUDIO_LOGI("AI_DEVICE_S::setCfg, AUDIO_SET_ACTION_E_NEED_DESTROY, bHasOpen:%d\n",
+                       LoadRelaxed(bHasOpen));
             s32Ret = ApplyNeedDestroy(this, attr);
             break;
         default:

@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "audio_log.h"
+#include "relaxed_atomic.h"
 
 namespace {
 
@@ -38,12 +39,12 @@ AI_FILE_DEVICE_S::AI_FILE_DEVICE_S()
 AI_FILE_DEVICE_S::~AI_FILE_DEVICE_S() {}
 
 int AI_FILE_DEVICE_S::init() {
-    bHasInit = 1;
+    audiomw::StoreRelaxed(bHasInit, 1u);
     return 0;
 }
 
 int AI_FILE_DEVICE_S::destroy() {
-    bHasInit = 0;
+    audiomw::StoreRelaxed(bHasInit, 0u);
     _ms64FileSize = 0;
     _ms64Offset = 0;
     _ms32LeadBlocks = AI_FILE_LEAD_BLOCKS;
@@ -53,7 +54,7 @@ int AI_FILE_DEVICE_S::destroy() {
 }
 
 int AI_FILE_DEVICE_S::open() {
-    bHasOpen = 1;
+    audiomw::StoreRelaxed(bHasOpen, 1u);
     if (_mFilePath[0] == '\0') {
         return 0;
     }
@@ -80,7 +81,7 @@ int AI_FILE_DEVICE_S::open() {
 int AI_FILE_DEVICE_S::close() {
     _mbFileReady = 0;
     CloseFd(this);
-    bHasOpen = 0;
+    audiomw::StoreRelaxed(bHasOpen, 0u);
     return 0;
 }
 

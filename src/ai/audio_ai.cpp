@@ -8,6 +8,7 @@
 #include "ai_file_device.h"
 #include "audio_ai.h"
 #include "audio_log.h"
+#include "relaxed_atomic.h"
 
 AI_DEVICE_S* gs_pAiHandler[AUDIO_AI_MAX_NUM] = {nullptr};
 
@@ -169,12 +170,12 @@ int AUDIO_AI_isEnabled(int id) {
 
 int AUDIO_AI_isInitd(int id) {
     AI_DEVICE_S* pDev = Device(id);
-    return pDev ? static_cast<int>(pDev->bHasInit) : 0;
+    return pDev ? static_cast<int>(audiomw::LoadRelaxed(pDev->bHasInit)) : 0;
 }
 
 int AUDIO_AI_isOpen(int id) {
     AI_DEVICE_S* pDev = Device(id);
-    return pDev ? static_cast<int>(pDev->bHasOpen) : 0;
+    return pDev ? static_cast<int>(audiomw::LoadRelaxed(pDev->bHasOpen)) : 0;
 }
 
 int AUDIO_AI_GetChannelChn(int id) {

@@ -376,4 +376,36 @@ TEST_F(AiTest, FileReaderAndReconfigurationOnTwoThreadsNeverTearABlock) {
     EXPECT_EQ(2, AUDIO_AI_isOpen(0) + AUDIO_AI_isInitd(0));
 }
 
+// The state queries take no lock: one thread polls them while another opens, closes,
+// disables and enables the AI. Every answer is 0 or 1, both states are seen.
+TEST_F(AiTest, StateQueriesRaceOpenCloseAndEnable) {
+    std::string path = WriteInput(MakePattern(2, 160));
+    ASSERT_EQ(0, CreateAndOpen(path));
+    std::atomic<bool> stop{false};
+    std::atomic<int> seen[2][2] = {};  // [isInitd][isOpen] answers, counted
+    std::atomic<int> odd{0};
+    std::thread poller([&] {
+        while (!stop.load()) {
+            const int init = AUDIO_AI_isInitd(0), open = AUDIO_AI_isOpen(0);
+            if ((init | open) > 1 || init < 0 || open < 0) {
+                odd++;
+            } else {
+                seen[init][open]++;
+            }
+        }
+    });
+    auto sawAll = [&] { return seen[1][1] > 0 && seen[1][0] > 0 && seen[0][0] > 0; };
+    for (int i = 0; i < 100000 && !sawAll(); i++) {
+        ASSERT_EQ(0, AUDIO_AI_Close(0));
+        ASSERT_EQ(0, AUDIO_AI_SetEnable(0, ZN_FALSE));  // closed: destroyed
+        ASSERT_EQ(0, AUDIO_AI_SetEnable(0, ZN_TRUE));
+        ASSERT_EQ(0, AUDIO_AI_Open(0));
+    }
+    EXPECT_TRUE(WaitFor(sawAll));
+    stop = true;
+    poller.join();
+    EXPECT_EQ(0, odd.load());
+    EXPECT_EQ(2, AUDIO_AI_isOpen(0) + AUDIO_AI_isInitd(0));
+}
+
 }  // namespace

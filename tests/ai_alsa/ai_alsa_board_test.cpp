@@ -52,11 +52,15 @@ TEST_F(AlsaBoardTest, LineInCheckAndSilencing) {
                 ReadResult r = ReadBlock(0);
                 ASSERT_EQ(0, r.rc);
                 reportedAt.insert(reportedAt.end(), log.Count(report) - before, block);
-                std::vector<int16_t> s = ToSamples(r.data);
-                for (int c = 0; c < row.channels; ++c) {
-                    int16_t capture = c == 2 ? 30000 : vcard_pattern_sample(c, (block - 1) * 320 + 319);
-                    EXPECT_EQ(row.zeroed && (c == 2 || c == 3) ? 0 : capture, s[319 * row.channels + c]);
+                // Every frame: channels 2 and 3 silenced while unplugged, the others as captured.
+                std::vector<int16_t> expected(320u * row.channels);
+                for (int f = 0; f < 320; ++f) {
+                    for (int c = 0; c < row.channels; ++c) {
+                        int16_t capture = c == 2 ? 30000 : vcard_pattern_sample(c, (block - 1) * 320 + f);
+                        expected[f * row.channels + c] = row.zeroed && (c == 2 || c == 3) ? 0 : capture;
+                    }
                 }
+                ASSERT_EQ(ToBytes(expected), r.data) << "block " << block;
             }
             AUDIO_AI_SetEnable(0, ZN_FALSE);  // destroy restarts the idle blocks
             AUDIO_AI_SetEnable(0, ZN_TRUE);

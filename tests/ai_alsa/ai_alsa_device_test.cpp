@@ -38,11 +38,11 @@ const InitCase kInitCases[] = {
     {"ResampleTopOfRange", "card=0 channels=1 rates=32000-48000", AlsaAi(0, 0, 16000, 1, 160), kPattern, 1, 48000, 480,
      "AI[0] open channel 1\n|AI[0] enable resample for convert sample rate 48000=>16000, new period_size=480\n|"
      "AI[0] Open Alsa 0:0 rate:48000 chn:1 frame:480 format:0"},
-    // Card 3 device 0: two 32-bit slots carry the caller's four 16-bit channels.
     {"RematrixAndResample", "card=0 channels=1-2 rates=48000", AlsaAi(0, 0, 16000, 4, 160), kPattern, 2, 48000, 480,
      "AI[0] enable rematrix for convert channel 2=>4 \n|"
      "AI[0] enable resample for convert sample rate 48000=>16000, new period_size=480\n|"
      "AI[0] Open Alsa 0:0 rate:48000 chn:2 frame:480 format:0"},
+    // Card 3 device 0: two 32-bit slots carry the caller's four 16-bit channels.
     {"SlotCardFour", "card=3 channels=2-4 formats=s32_slot_le", AlsaAi(3, 0, 16000, 4, 160), kSlot, 2, 16000, 160,
      "AI[0] open channel 2\n|AI[0] open rate 16000 at period_size 160\n|"
      "AI[0] Open Alsa 3:0 rate:16000 chn:2 frame:160 format:7"},
@@ -245,7 +245,16 @@ TEST_F(AlsaAiTest, BufferSizesTimestampsVerdictsAndReopen) {
         row.change(changed);
         EXPECT_EQ(row.verdict, gs_pAiHandler[0]->calActionOnSetCfg(&changed));
     }
-    ASSERT_EQ(0, AUDIO_AI_Open(0) + AUDIO_AI_SetVolume(0, 7));  // a hot update: no reopen
+    // A volume change is a hot update: stored, nothing else changed, the card not reopened.
+    AI_ATTR_S before, after;
+    ASSERT_EQ(0, AUDIO_AI_GetAttr(0, &before) + AUDIO_AI_Open(0));
+    log.Clear();
+    ASSERT_EQ(0, AUDIO_AI_SetVolume(0, 7));
+    EXPECT_EQ(Lines({{6, "setCfg", "AI_DEVICE_S::setCfg, AUDIO_SET_ACTION_E_HOT_UPDATE\n"}}), log.All());
+    ASSERT_EQ(0, AUDIO_AI_GetAttr(0, &after));
+    before.s32Volume = 7;
+    EXPECT_EQ(Bytes(reinterpret_cast<unsigned char*>(&before), reinterpret_cast<unsigned char*>(&before + 1)),
+              Bytes(reinterpret_cast<unsigned char*>(&after), reinterpret_cast<unsigned char*>(&after + 1)));
     EXPECT_EQ(0, AUDIO_AI_Close(0) + AUDIO_AI_Open(0));
     vcard_counters n = CaptureCounters(0);
     EXPECT_EQ(std::make_tuple(1ull, 0ull, 2ull), std::make_tuple(n.opens, n.closes, n.prepares));

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <cstring>
 #include <cstdlib>
 #include <functional>
 #include <future>
@@ -20,7 +21,7 @@ constexpr int kCombo = 3;
 
 // A combo at 16 kHz, 160 frames, of `ids`; s32AiCnt is their number unless `count` is given.
 AI_ATTR_S ComboAi(std::vector<int> ids, int count = -100) {
-    AI_ATTR_S a = AlsaAi(0, 0, 16000, 0, 160);
+    AI_ATTR_S a = AlsaAi(0, 0, 16000, 7, 160);  // init sets the channel count
     a.eType = AI_DEV_TYPE_COMBO;
     std::copy_n(ids.begin(), std::min<size_t>(ids.size(), AUDIO_AI_COMBO_MAX_NUM), a.stComboDev.as32AiId);
     a.stComboDev.s32AiCnt = count == -100 ? static_cast<int>(ids.size()) : count;
@@ -106,39 +107,62 @@ TEST_F(ComboTest, BufferOpenUnwindEmptyListAndVerdicts) {
     EXPECT_EQ(0, AUDIO_AI_SetVolume(kCombo + 1, 9) + AUDIO_AI_GetAttr(kCombo + 1, &a) + a.s32Volume);
 }
 
-// Init refusals: a member that does not match or cannot be enabled, after which every
-// listed member is disabled (the one enabled before the combo and the one never examined
-// too), and lists refused before any member is touched. A refused combo's operations
-// neither deadlock nor recurse, whatever its list holds.
+// A member slot left empty: a record whose type the registry refuses.
+const AI_ATTR_S kEmpty = [] {
+    AI_ATTR_S a = AlsaAi(0, 0, 16000, 2, 160);
+    a.eType = static_cast<tagAI_DEV_TYPE_E>(1);
+    return a;
+}();
+
+// A combo whose own rate and frame length are 0, as an empty member's record reads.
+AI_ATTR_S Unset(AI_ATTR_S a) {
+    a.eSampleRate = static_cast<tagAI_SAMPLE_RATE_E>(0);
+    a.s32FrameLen = 0;
+    return a;
+}
+
+// Init failures. A member that does not match, cannot be enabled or is missing unwinds:
+// every listed member ends disabled with its PCM closed (the one enabled before the
+// combo and the one never examined too), and the combo keeps the channels summed so far.
+// Lists refused before any member is touched leave the members as they were. A refused
+// combo's operations neither deadlock nor recurse, whatever its list holds.
 TEST_F(ComboTest, RefusedInitUnwindsAllAndNeverDeadlocks) {
-    const AI_ATTR_S on0 = AlsaAi(0, 0, 16000, 2, 160), off0 = AlsaAi(0, 0, 16000, 2, 160, false),
-                    off2 = AlsaAi(0, 2, 16000, 2, 160, false);
+    const AI_ATTR_S on0 = AlsaAi(0, 0, 16000, 2, 160), on1 = AlsaAi(0, 1, 16000, 2, 160),
+                    on2 = AlsaAi(0, 2, 16000, 2, 160);
     struct Row {
-        std::vector<AI_ATTR_S> members;                        // in slots 0, 1, 2
+        std::vector<AI_ATTR_S> members;                        // in slots 0, 1, 2 (kEmpty: none)
         std::vector<std::pair<int, std::vector<int>>> others;  // combos created (disabled) first
         AI_ATTR_S combo;
-        size_t logged;     // lines logged by the create (a refused list: the refusal and the create)
+        bool unwound;      // members all disabled; else left as created
+        int channels;      // the combo's s32Channel afterwards
         const char* line;  // level 3, init
     };
     // clang-format off
     const Row rows[] = {
-        {{on0, AlsaAi(0, 1, 48000, 2, 160, false), off2}, {}, ComboAi({0, 1, 2}), 0,
+        {{on0, AlsaAi(0, 1, 48000, 2, 160, false), on2}, {}, ComboAi({0, 1, 2}), true, 4,
          "params of AI[1] not match with Combo AI[3], 16000 <=> 48000, 160 <=> 160"},
-        {{on0, AlsaAi(0, 1, 16000, 2, 320), off2}, {}, ComboAi({0, 1, 2}), 0,
+        {{on0, AlsaAi(0, 1, 16000, 2, 320), on2}, {}, ComboAi({0, 1, 2}), true, 4,
          "params of AI[1] not match with Combo AI[3], 16000 <=> 16000, 160 <=> 320"},
-        {{on0, AlsaAi(5, 0, 16000, 2, 160, false), off2}, {}, ComboAi({0, 1, 2}), 0, "ComboAI[3] enable AI[1] failed\n"},
-        {{on0, AlsaAi(0, 1, 16000, -2, 160, false), off2}, {}, ComboAi({0, 1, 2}), 0,
+        {{on0, AlsaAi(5, 0, 16000, 2, 160, false), on2}, {}, ComboAi({0, 1, 2}), true, 4, "ComboAI[3] enable AI[1] failed\n"},
+        {{on0, AlsaAi(0, 1, 16000, -2, 160, false), on2}, {}, ComboAi({0, 1, 2}), true, 2,
          "ComboAI[3] cannot add -2 channels of AI[1] to 2\n"},
-        {{off0}, {}, ComboAi({0}, -1), 2, "ComboAI[3] member count -1 outside 0 to 4\n"},
-        {{off0}, {}, ComboAi({0, 0, 0, 0}, 5), 2, "ComboAI[3] member count 5 outside 0 to 4\n"},
-        {{off0}, {}, ComboAi({0, 8}), 2, "ComboAI[3] member id 8 outside 0 to 7\n"},
-        {{off0}, {}, ComboAi({-1}), 2, "ComboAI[3] member id -1 outside 0 to 7\n"},
-        {{off0}, {}, ComboAi({0, 5}), 2, "ComboAI[3] member AI[5] does not exist\n"},
-        {{off0}, {}, ComboAi({0, 3}), 2, "ComboAI[3] lists itself as a member\n"},
-        {{off0}, {{4, {3}}}, ComboAi({0, 4}), 2, "ComboAI[3] member AI[4] leads back to AI[3]: combos listed in a loop\n"},
-        {{off0}, {{4, {5}}, {5, {3}}}, ComboAi({4}), 2,
+        // Missing members: the record read for the first is all zeros; a later one keeps
+        // the record of the member before it, which then matches.
+        {{kEmpty, on1, on2}, {}, ComboAi({0, 1, 2}), true, 0,
+         "params of AI[0] not match with Combo AI[3], 16000 <=> 0, 160 <=> 0"},
+        {{kEmpty, on1, on2}, {}, Unset(ComboAi({0, 1, 2})), true, 0, "ComboAI[3] enable AI[0] failed\n"},
+        {{on0, kEmpty, on2}, {}, ComboAi({0, 1, 2}), true, 4, "ComboAI[3] enable AI[1] failed\n"},
+        {{on0, on1, kEmpty}, {}, ComboAi({0, 1, 2, 5}), true, 6, "ComboAI[3] enable AI[2] failed\n"},
+        {{on0}, {}, ComboAi({0}, -1), false, 0, "ComboAI[3] member count -1 outside 0 to 4\n"},
+        {{on0}, {}, ComboAi({0, 0, 0, 0}, 5), false, 0, "ComboAI[3] member count 5 outside 0 to 4\n"},
+        {{on0}, {}, ComboAi({0, 8}), false, 0, "ComboAI[3] member id 8 outside 0 to 7\n"},
+        {{on0}, {}, ComboAi({-1}), false, 0, "ComboAI[3] member id -1 outside 0 to 7\n"},
+        {{on0}, {}, ComboAi({0, 3}), false, 0, "ComboAI[3] lists itself as a member\n"},
+        {{on0}, {{4, {3}}}, ComboAi({0, 4}), false, 0,
          "ComboAI[3] member AI[4] leads back to AI[3]: combos listed in a loop\n"},
-        {{off0}, {{5, {6}}, {6, {5}}}, ComboAi({0, 5}), 2,
+        {{on0}, {{4, {5}}, {5, {3}}}, ComboAi({4}), false, 0,
+         "ComboAI[3] member AI[4] leads back to AI[3]: combos listed in a loop\n"},
+        {{on0}, {{5, {6}}, {6, {5}}}, ComboAi({0, 5}), false, 0,
          "ComboAI[3] member AI[5] leads back to AI[5]: combos listed in a loop\n"},
     };
     // clang-format on
@@ -146,7 +170,17 @@ TEST_F(ComboTest, RefusedInitUnwindsAllAndNeverDeadlocks) {
         SCOPED_TRACE(row.line);
         TearDown();
         LoadCards("pcm card=0 dir=capture\npcm card=0 device=1 dir=capture\npcm card=0 device=2 dir=capture");
-        CreateMembers(row.members);
+        std::vector<int> enabled, missing;  // member slots as created
+        for (size_t i = 0; i < row.members.size(); ++i) {
+            AI_ATTR_S a = row.members[i];
+            if (a.eType == kEmpty.eType) {
+                missing.push_back(static_cast<int>(i));
+            } else {
+                ASSERT_EQ(0, AUDIO_AI_Create(static_cast<int>(i), &a));
+                enabled.push_back(a.bEnable);
+                ASSERT_EQ(a.bEnable && a.s32Channel > 0, CaptureCounters(0, i).is_open);
+            }
+        }
         for (const auto& other : row.others) {
             AI_ATTR_S a = ComboAi(other.second);
             a.bEnable = ZN_FALSE;
@@ -155,11 +189,24 @@ TEST_F(ComboTest, RefusedInitUnwindsAllAndNeverDeadlocks) {
         log.Clear();
         CreateCombo(kCombo, row.combo);
         EXPECT_EQ(1, log.Count({3, "init", row.line})) << log.Dump();
-        EXPECT_TRUE(row.logged == 0 || row.logged == log.All().size()) << log.Dump();
+        // A refused list logs the refusal and the creation only.
+        EXPECT_TRUE(row.unwound || log.All().size() == 2) << log.Dump();
         EXPECT_EQ((Logged{6, "AUDIO_AI_Create", "AI[3] create success"}), log.All().back());
-        EXPECT_EQ(0, AUDIO_AI_isInitd(kCombo) + AUDIO_AI_isEnabled(0) + AUDIO_AI_isEnabled(1) +
-                         AUDIO_AI_isEnabled(2) + CaptureCounters(0, 0).is_open +
-                         CaptureCounters(0, 1).is_open);
+        EXPECT_EQ(std::make_pair(0, row.channels),
+                  std::make_pair(AUDIO_AI_isInitd(kCombo), AUDIO_AI_GetChannelChn(kCombo)));
+        for (int m : missing) {  // tried once for the enable (unless it mismatched), once unwinding
+            const bool mismatched = std::string(row.line).rfind("params", 0) == 0;
+            EXPECT_EQ(mismatched ? 1 : 2,
+                      log.Count({3, "AUDIO_AI_SetEnable", "AI[" + std::to_string(m) + "] not available"}));
+        }
+        for (size_t i = 0, e = 0; i < row.members.size(); ++i) {
+            if (row.members[i].eType == kEmpty.eType) {
+                continue;
+            }
+            const int want = row.unwound ? 0 : enabled[e++];
+            EXPECT_EQ(want, AUDIO_AI_isEnabled(static_cast<int>(i))) << "AI " << i;
+            EXPECT_EQ(want, CaptureCounters(0, i).is_open) << "AI " << i;
+        }
         WithinDeadline([&] {
             AUDIO_AI_SetEnable(0, ZN_TRUE);  // lets opens reach the members after it
             for (int id = 3; id < AUDIO_AI_MAX_NUM; ++id) {
@@ -171,6 +218,29 @@ TEST_F(ComboTest, RefusedInitUnwindsAllAndNeverDeadlocks) {
             }
         });
     }
+}
+
+// A count above four (refused at init) still reaches only the four ids the record holds:
+// ids the bytes after them might spell out are never opened, read, compared or disabled.
+TEST_F(ComboTest, CountAboveFourReachesOnlyFourIds) {
+    LoadCards("pcm card=0 dir=capture source=pattern\npcm card=2 dir=capture source=pattern");
+    CreateMembers({AlsaAi(0, 0, 16000, 2, 160), AlsaAi(2, 0, 16000, 2, 160)});
+    AI_ATTR_S combo = ComboAi({0, 0, 0, 0}, 9);
+    const int tail[5] = {1, 1, 1, 1, 1};  // entries 5 to 9, were the id array read past its end
+    std::memcpy(combo.acFilePath + sizeof(AUDIO_COMBO_DEV_S), tail, sizeof(tail));
+    CreateCombo(kCombo, combo);
+    ASSERT_TRUE(log.Has({3, "init", "ComboAI[3] member count 9 outside 0 to 4\n"}));
+    EXPECT_EQ(0, AUDIO_AI_Open(kCombo));
+    ReadResult r = Read(kCombo, 4096);
+    EXPECT_EQ(std::make_pair(0, 4u * 640u), std::make_pair(r.rc, r.len));
+    AI_ATTR_S changed = combo;
+    std::memset(changed.acFilePath + sizeof(AUDIO_COMBO_DEV_S), 7, sizeof(tail));
+    EXPECT_EQ(AUDIO_SET_ACTION_E_NONE, gs_pAiHandler[kCombo]->calActionOnSetCfg(&changed));
+    EXPECT_EQ(0, AUDIO_AI_Close(kCombo) + gs_pAiHandler[kCombo]->destroy());
+    const vcard_counters zero = CaptureCounters(0), two = CaptureCounters(2);
+    EXPECT_EQ(std::make_tuple(4ull, 0, 0), std::make_tuple(zero.reads, zero.is_open, AUDIO_AI_isEnabled(0)));
+    EXPECT_EQ(std::make_tuple(0ull, 0ull, 1, 1),
+              std::make_tuple(two.reads, two.prepares, two.is_open, AUDIO_AI_isEnabled(1)));
 }
 
 // One thread reads an ALSA AI on the line-in card and a combo of two cards while
