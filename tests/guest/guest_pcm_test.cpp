@@ -14,7 +14,8 @@ using audiomw_test::WaitFor;
 
 // Both ends answer the driver's ranges. What the driver refuses comes with tinyalsa's
 // text (missing nodes and unsupported modes are in the host's tests); while the capture
-// end is open and prepared a second open is busy and the other end must match its rate.
+// end is open and prepared, its parameters are not given, a second open is busy and the
+// other end must match its rate.
 TEST(Loopback, ParamsAndRefusals) {
     for (auto [device, flags] : {std::pair<unsigned, unsigned>{kPlayback, PCM_OUT}, {kCapture, PCM_IN}}) {
         pcm_params* p = pcm_params_get(kCard, device, flags);
