@@ -1,125 +1,162 @@
-// audiomw on the kernel's loopback card, inside the guest: an AO plays into card 0
-// device 0 and its runs are read back from device 1; an ALSA AI captures from device 1
-// what device 0 plays. The loopback's other end, opened and prepared first, tells the card
-// which rate it offers, so that the devices' own conversions run on a real card.
+// audiomw on the kernel's loopback cards, inside the guest: a stream made through the
+// exported interface captures with an ALSA AI on card 0 device 1 what the test plays
+// into card 0 device 0, and its output node plays through an ALSA AO into card 1
+// device 0, whose device 1 the test reads back. The test's own ends, opened and
+// prepared first, fix each card's rate, so that the devices convert wherever the
+// card's rate differs from the stream's.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <string>
+
+#include "../astream/astream_test_util.h"
 #include "audio_ai.h"
 #include "audio_ao.h"
+#include "audio_astream.h"
+#include "audio_resample.h"
 #include "loopback.h"
 #include "test_support.h"
 
 namespace guest_test {
 namespace {
 
-using audiomw_test::Logged;
+constexpr unsigned int kChannels = 2, kFrameBytes = kChannels * 2;
 
-// A piecewise constant stereo signal: run k of 10 ms holds RunLevel(k, c) on channel c,
-// so that a rate conversion keeps the levels and scales the runs.
-int16_t RunLevel(unsigned int run, unsigned int channel) {
-    return static_cast<int16_t>(1000 + 37 * run + 5000 * channel);
+// `bytes` through the library's resampler as a device runs it: whole periods of
+// `inPeriod` frames, each giving inPeriod * outRate / inRate frames.
+Bytes Resample(Bytes bytes, unsigned int inRate, unsigned int outRate, unsigned int inPeriod) {
+    const unsigned int outPeriod = inPeriod * outRate / inRate;
+    RESAMPLE_ATTR_S attr{static_cast<int>(inRate),  static_cast<int>(kChannels), static_cast<int>(inPeriod),
+                         static_cast<int>(outRate), static_cast<int>(kChannels), static_cast<int>(outPeriod)};
+    RESAMPLE_HANDLER* handler = RESAMPLE_CreateHandler(&attr);
+    Bytes out, period(outPeriod * kFrameBytes);
+    EXPECT_NE(nullptr, handler) << inRate << " => " << outRate;
+    for (size_t at = 0; handler != nullptr && at + inPeriod * kFrameBytes <= bytes.size();
+         at += inPeriod * kFrameBytes) {
+        RESAMPLE_Process(handler, &bytes[at], static_cast<int>(inPeriod), period.data(),
+                         static_cast<int>(outPeriod));
+        out.insert(out.end(), period.begin(), period.end());
+    }
+    RESAMPLE_Destroy(&handler);
+    return out;
 }
 
-class Audiomw : public audiomw_test::AudioTest {
-  protected:
-    // Close before disabling: disabling an open AI initialises and reopens it, and
-    // deleting it releases nothing, so its capture end would hold the loopback's rate.
-    void TearDown() override {
+// What the AI may deliver of `pattern` played at `cardRate` after silence, from its
+// first sounding frame on. Without conversion, the pattern itself. Converting down by
+// an integer ratio r, the zero-order hold keeps every r-th frame, and which ones
+// depends on where the pattern began among the frames the AI captured since its
+// start; so there is one candidate per phase (r + q silent frames ahead, q < r, as
+// the AI always captured silence first), and the delivery must be one of them exactly.
+std::vector<Bytes> AiCandidates(const Bytes& pattern, unsigned int cardRate, unsigned int rate,
+                                unsigned int period) {
+    if (cardRate == rate) {
+        return {pattern};
+    }
+    const size_t frames = pattern.size() / kFrameBytes * rate / cardRate;
+    const unsigned int ratio = cardRate / rate;
+    std::vector<Bytes> candidates;
+    for (unsigned int q = 0; q < ratio; ++q) {
+        Bytes input((ratio + q) * kFrameBytes, 0);
+        input.insert(input.end(), pattern.begin(), pattern.end());
+        input.resize((input.size() / (period * kFrameBytes) + 2) * period * kFrameBytes, 0);
+        candidates.push_back(FromFirstSound(Resample(input, cardRate, rate, period), kFrameBytes, frames));
+    }
+    return candidates;
+}
+
+// Stream 0, AO 0 and AI 0 torn down on scope exit; the AI is closed before it is
+// disabled, since disabling an open AI initialises it again and keeps card 0 busy.
+struct Teardown {
+    ~Teardown() {
+        AUDIO_ASTREAM_Stop(0);
+        AUDIO_ASTREAM_Destroy(0);
         AUDIO_AO_SetEnable(0, ZN_FALSE);
         AUDIO_AO_Destroy(0);
         AUDIO_AI_Close(0);
         AUDIO_AI_SetEnable(0, ZN_FALSE);
-        EXPECT_EQ(0, AUDIO_AI_isInitd(0)) << "the AI still holds its capture end";
         AUDIO_AI_Destroy(0);
     }
 };
 
-// Every run arrives with its levels at the receiver's rate (a frame of slack at each
-// edge for the conversion's phase), as played by an AO or captured by an AI.
-TEST_F(Audiomw, AoAndAiMoveEveryRunThroughTheCard) {
-    const struct {
-        bool ao;                // an AO plays (else an AI captures)
-        unsigned int cardRate;  // what the other end, opened first, leaves the card
-        int rate;               // what the device is asked for
-        Logged opened;
-    } rows[] = {
-        {true, 16000, 16000, {6, "init", "AO[0] Open Alsa 0:0 rate:16000 chn:2 frame:1600 format:0"}},
-        {true, 48000, 16000, {6, "init", "AO[0] Open Alsa 0:0 rate:48000 chn:2 frame:4800 format:0"}},
-        {false, 16000, 16000, {6, "init", "AI[0] Open Alsa 0:1 rate:16000 chn:2 frame:320 format:0"}},
-        {false, 48000, 16000, {6, "init", "AI[0] Open Alsa 0:1 rate:48000 chn:2 frame:960 format:0"}},
-    };
-    const unsigned int runs = 40, frameBytes = 4;
-    for (const auto& c : rows) {
-        SCOPED_TRACE(c.opened.message);
-        const unsigned int cardPeriod = c.cardRate / 25, frames = c.rate / (c.ao ? 10 : 50);
-        Pcm other(c.ao ? kCapture : kPlayback, c.ao ? PCM_IN : PCM_OUT, Config(2, c.cardRate, cardPeriod, 16),
-                  true);
-        ASSERT_TRUE(pcm_is_ready(other.get())) << other.Error();
-        if (c.ao) {
-            AO_ATTR_S attr{};
-            attr.stAlsaDev = {static_cast<int>(kCard), static_cast<int>(kPlayback), 0};
-            attr.eSampleRate = static_cast<tagAI_SAMPLE_RATE_E>(c.rate);
-            attr.s32Channel = 2;
-            attr.s32FrameSize = static_cast<int>(frames);
-            ASSERT_EQ(0, AUDIO_AO_Create(0, &attr) + AUDIO_AO_SetEnable(0, ZN_TRUE));
-            ASSERT_TRUE(AUDIO_AO_isReady(0)) << log.Dump();
-        } else {
-            AI_ATTR_S attr{};
-            attr.eType = AI_DEV_TYPE_ALSA;
-            attr.stAlsaDev = {static_cast<int>(kCard), static_cast<int>(kCapture), 0};
-            attr.bEnable = ZN_TRUE;
-            attr.eSampleRate = static_cast<tagAI_SAMPLE_RATE_E>(c.rate);
-            attr.s32Channel = 2;
-            attr.s32FrameLen = static_cast<int>(frames);
-            ASSERT_EQ(0, AUDIO_AI_Create(0, &attr)) << log.Dump();
-            ASSERT_EQ(0, AUDIO_AI_Open(0)) << log.Dump();
-        }
-        EXPECT_TRUE(log.Has(c.opened)) << log.Dump();
+using StreamOnCards = audiomw_test::AudioTest;
 
-        const unsigned int sendRate = c.ao ? c.rate : c.cardRate, recvRate = c.ao ? c.cardRate : c.rate;
-        const unsigned int sendPeriod = c.ao ? frames : cardPeriod, runFrames = recvRate / 100;
-        const size_t want = static_cast<size_t>(runs) * runFrames;
-        Capture::Reader read = PcmReader(other.get());
-        if (!c.ao) {
-            read = [&](uint8_t* data, unsigned int) {
-                unsigned int got = 0;
-                unsigned long long stamp = 0;
-                int rc = AUDIO_AI_Read(0, data, frames * frameBytes, got, stamp, 0);
-                return rc == 0 ? static_cast<int>(got / frameBytes) : -1;
-            };
-        }
-        Capture reader(read, c.ao ? cardPeriod : frames, frameBytes, want + recvRate * 3, want);
-        ASSERT_TRUE(audiomw_test::WaitFor([&] { return reader.periods > 0; }));
-        std::vector<int16_t> samples;
-        for (unsigned int i = 0; i < runs * sendRate / 100 * 2; ++i) {
-            samples.push_back(RunLevel(i / 2 / (sendRate / 100), i % 2));
-        }
-        const Bytes pattern = audiomw_test::ToBytes(samples), silence(sendPeriod * frameBytes, 0);
+// A pattern played into card 0 arrives on card 1 through AI, stream and AO: byte-exact
+// where the cards run the stream's rate; where they do not, exactly as the library's
+// resampler makes it from what each device was given (the AI's delivery recorded by a
+// dump node ahead of the output node).
+TEST_F(StreamOnCards, PatternArrivesAsTheDevicesConvertIt) {
+    const struct {
+        unsigned int card0Rate, card1Rate;  // what the test's own ends leave each card
+        unsigned int rate;                  // the stream's
+        const char *aiOpened, *aoOpened;    // logged by init at level 6
+    } rows[] = {
+        {16000, 16000, 16000, "AI[0] Open Alsa 0:1 rate:16000 chn:2 frame:1600 format:0",
+         "AO[0] Open Alsa 1:0 rate:16000 chn:2 frame:1600 format:0"},
+        {48000, 48000, 16000, "AI[0] Open Alsa 0:1 rate:48000 chn:2 frame:4800 format:0",
+         "AO[0] Open Alsa 1:0 rate:48000 chn:2 frame:4800 format:0"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(std::string(row.aiOpened) + ", " + row.aoOpened);
+        log.Clear();
+        const unsigned int frames = row.rate / 10;  // the stream's period, 100 ms
+        const unsigned int period0 = row.card0Rate / 25, period1 = row.card1Rate / 25;
+        const unsigned int patternFrames = period0 * 15;  // 600 ms
+        const size_t want = static_cast<size_t>(patternFrames) * row.card1Rate / row.card0Rate;
+        Pcm play(kPlayback, PCM_OUT, Config(kChannels, row.card0Rate, period0, 16), true);
+        Pcm capture(kCapture, PCM_IN, Config(kChannels, row.card1Rate, period1, 16), true, kSecondCard);
+        ASSERT_TRUE(pcm_is_ready(play.get())) << play.Error();
+        ASSERT_TRUE(pcm_is_ready(capture.get())) << capture.Error();
+        Teardown teardown;
+
+        AI_ATTR_S ai{};
+        ai.eType = AI_DEV_TYPE_ALSA;
+        ai.stAlsaDev = {static_cast<int>(kCard), static_cast<int>(kCapture), 0};
+        ai.bEnable = ZN_TRUE;
+        ai.eSampleRate = static_cast<tagAI_SAMPLE_RATE_E>(row.rate);
+        ai.s32Channel = kChannels;
+        ai.s32FrameLen = static_cast<int>(frames);
+        AO_ATTR_S ao{};
+        ao.stAlsaDev = {static_cast<int>(kSecondCard), static_cast<int>(kPlayback), 0};
+        ao.eSampleRate = ai.eSampleRate;
+        ao.s32Channel = kChannels;
+        ao.s32FrameSize = ai.s32FrameLen;
+        ASSERT_EQ(0, AUDIO_AI_Create(0, &ai)) << log.Dump();
+        ASSERT_EQ(0, AUDIO_AO_Create(0, &ao)) << log.Dump();
+        const std::string dump = root.Path("/var/ai.pcm");
+        ASTREAM_ATTR_S stream = astream_test::StreamAttr(
+            0, 1, {astream_test::DumpAttr(dump, 0, kChannels), astream_test::OutputAttr(0, 0, kChannels)});
+        ASSERT_EQ(0, AUDIO_ASTREAM_Create(0, &stream)) << log.Dump();
+        ASSERT_TRUE(AUDIO_AO_isReady(0)) << log.Dump();
+        EXPECT_TRUE(log.Has({6, "init", row.aiOpened}) && log.Has({6, "init", row.aoOpened})) << log.Dump();
+
+        Capture reader(PcmReader(capture.get()), period1, kFrameBytes, want + row.card1Rate * 4, want);
+        AUDIO_ASTREAM_enableDumpNode(0, ZN_TRUE);
+        ASSERT_EQ(0, AUDIO_ASTREAM_Start(0)) << log.Dump();
+        // Once a period went through the stream the AI's capture runs, and card 0 passes
+        // on what it is played from then on.
+        ASSERT_TRUE(audiomw_test::WaitFor([&] { return !audiomw_test::ReadFileBytes(dump).empty(); }))
+            << log.Dump();
+        const Bytes pattern = MakeLoopPattern(kChannels, patternFrames), silence(period0 * kFrameBytes, 0);
         for (size_t at = 0; at < 200 * silence.size() && !reader.done; at += silence.size()) {
-            uint8_t* data = const_cast<uint8_t*>(at < pattern.size() ? &pattern[at] : silence.data());
-            ASSERT_EQ(c.ao ? 0 : static_cast<int>(sendPeriod),
-                      c.ao ? AUDIO_AO_Write(0, data, sendPeriod * frameBytes)
-                           : pcm_writei(other.get(), data, sendPeriod))
-                << other.Error() << log.Dump();
+            ASSERT_EQ(static_cast<int>(period0),
+                      pcm_writei(play.get(), at < pattern.size() ? &pattern[at] : silence.data(), period0))
+                << play.Error();
         }
         reader.Join();
-        EXPECT_EQ(0, reader.error + (c.ao ? AUDIO_AO_GetUnderRunState(0) : 0)) << log.Dump();
-        samples = audiomw_test::ToSamples(FromFirstSound(reader.data, frameBytes, want));
-        ASSERT_EQ(want * 2, samples.size());
-        unsigned int run = 0;
-        for (size_t f = 0, runStart = 0; f < want && run < runs; ++f) {
-            if (samples[f * 2] == RunLevel(run, 0)) {
-                EXPECT_EQ(RunLevel(run, 1), samples[f * 2 + 1]) << "frame " << f;
-                continue;
-            }
-            ASSERT_EQ(RunLevel(run + 1, 0), samples[f * 2]) << "frame " << f << " in run " << run;
-            EXPECT_TRUE(run == 0 || (f - runStart + 1 >= runFrames && f - runStart <= runFrames + 1))
-                << "run " << run << " of " << f - runStart << " frames";
-            ++run;
-            runStart = f;
-        }
-        EXPECT_GE(run, runs - 2);
-        TearDown();
+        EXPECT_EQ(0, reader.error) << capture.Error();
+        EXPECT_EQ(0, AUDIO_AI_GetUnderRunState(0) + AUDIO_AO_GetUnderRunState(0)) << "xruns of AI or AO";
+        ASSERT_EQ(0, AUDIO_ASTREAM_Stop(0) + AUDIO_ASTREAM_Destroy(0)) << log.Dump();
+
+        const Bytes delivered = audiomw_test::ReadFileBytes(dump);  // every period the AO was given
+        const std::vector<Bytes> candidates =
+            AiCandidates(pattern, row.card0Rate, row.rate, frames * row.card0Rate / row.rate);
+        const Bytes fromAi = FromFirstSound(delivered, kFrameBytes, candidates[0].size() / kFrameBytes);
+        EXPECT_EQ(1, std::count(candidates.begin(), candidates.end(), fromAi))
+            << "the AI's delivery is none of the conversion's phases";
+        const Bytes played =
+            row.rate == row.card1Rate ? delivered : Resample(delivered, row.rate, row.card1Rate, frames);
+        const Bytes got(reader.data.begin(), reader.data.begin() + reader.frames * kFrameBytes);
+        ExpectSameBytes(FromFirstSound(played, kFrameBytes, want), FromFirstSound(got, kFrameBytes, want));
     }
 }
 

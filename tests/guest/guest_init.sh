@@ -1,5 +1,5 @@
 #!/bin/busybox sh
-# /init of the test guest: loads the loopback card, runs every test program listed in
+# /init of the test guest: loads two loopback cards (0 and 1), runs every test program listed in
 # /etc/guest/programs, and reports on the serial console and through the
 # isa-debug-exit port (0 written: all passed, 1: something failed).
 /bin/busybox --install -s /bin
@@ -17,11 +17,13 @@ report() {
 
 while read -r module; do
   case "$module" in
-    snd-aloop) insmod "/lib/modules/$module.ko" index=0 pcm_substreams=1 ;;
+    snd-aloop) insmod "/lib/modules/$module.ko" index=0,1 enable=1,1 pcm_substreams=1,1 ;;
     *) insmod "/lib/modules/$module.ko" ;;
   esac || report "cannot load $module" 1
 done < /etc/guest/modules.order
-[ -c /dev/snd/pcmC0D0p ] && [ -c /dev/snd/pcmC0D1c ] || report "no loopback PCM nodes" 1
+for node in pcmC0D0p pcmC0D1c pcmC1D0p pcmC1D1c; do
+  [ -c "/dev/snd/$node" ] || report "no loopback PCM node $node" 1
+done
 echo "guest: cards:"
 cat /proc/asound/cards
 

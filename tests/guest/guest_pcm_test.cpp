@@ -14,7 +14,8 @@ using audiomw_test::WaitFor;
 
 // Both ends answer the driver's ranges. What the driver refuses comes with tinyalsa's
 // text (missing nodes and unsupported modes are in the host's tests); while the capture
-// end is open and prepared a second open is busy and the other end must match its rate.
+// end is open and prepared, its parameters are not given, a second open is busy and the
+// other end must match its rate.
 TEST(Loopback, ParamsAndRefusals) {
     for (auto [device, flags] : {std::pair<unsigned, unsigned>{kPlayback, PCM_OUT}, {kCapture, PCM_IN}}) {
         pcm_params* p = pcm_params_get(kCard, device, flags);
@@ -52,6 +53,9 @@ TEST(Loopback, ParamsAndRefusals) {
     Pcm capture(kCapture, PCM_IN, Config(2, 48000, 480));
     ASSERT_TRUE(pcm_is_ready(capture.get())) << capture.Error();
     ASSERT_EQ(0, pcm_prepare(capture.get())) << capture.Error();
+    pcm_params* busy = pcm_params_get(kCard, kCapture, PCM_IN);
+    EXPECT_EQ(nullptr, busy) << "parameters of a node another handle holds open";
+    pcm_params_free(busy);
     Pcm again(kCapture, PCM_IN, Config(2, 48000, 480)), otherRate(kPlayback, PCM_OUT, Config(2, 16000, 160));
     EXPECT_EQ(0, pcm_is_ready(again.get()) + pcm_is_ready(otherRate.get()));
     EXPECT_EQ("cannot open device '/dev/snd/pcmC0D1c': Device or resource busy", again.Error());

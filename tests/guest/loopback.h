@@ -19,8 +19,8 @@ namespace guest_test {
 
 using Bytes = std::vector<uint8_t>;
 
-// snd-aloop loaded as card 0: what device 0 plays, device 1 captures.
-constexpr unsigned int kCard = 0, kPlayback = 0, kCapture = 1;
+// snd-aloop loaded as cards 0 and 1: what device 0 of a card plays, its device 1 captures.
+constexpr unsigned int kCard = 0, kSecondCard = 1, kPlayback = 0, kCapture = 1;
 
 inline pcm_config Config(unsigned int channels, unsigned int rate, unsigned int periodSize,
                          unsigned int periodCount = 8, pcm_format format = PCM_FORMAT_S16_LE) {
@@ -31,8 +31,9 @@ inline pcm_config Config(unsigned int channels, unsigned int rate, unsigned int 
 // constrain the other one.
 class Pcm {
   public:
-    Pcm(unsigned int device, unsigned int flags, const pcm_config& config, bool prepare = false)
-        : m_pcm(pcm_open(kCard, device, flags, &config)) {
+    Pcm(unsigned int device, unsigned int flags, const pcm_config& config, bool prepare = false,
+        unsigned int card = kCard)
+        : m_pcm(pcm_open(card, device, flags, &config)) {
         if (prepare && pcm_is_ready(m_pcm)) {
             pcm_prepare(m_pcm);
         }

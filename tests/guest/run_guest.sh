@@ -1,13 +1,14 @@
 #!/usr/bin/env bash
 # Runs test programs inside a qemu guest (software emulation) that boots Debian's
-# kernel with the snd-aloop loopback card as card 0, and reports their verdict.
+# kernel with two snd-aloop loopback cards (0 and 1), and reports their verdict.
 #   run_guest.sh KERNEL_DIR WORK_DIR PROGRAM...
 # KERNEL_DIR as fetch_kernel.sh makes it; WORK_DIR receives the initramfs and the
 # guest's console output (guest.log). The programs are dynamically linked: their
 # shared libraries and the dynamic loader go into the initramfs with them.
 # Exit: 0 all passed, 1 a failure (or no verdict within the time limit), 77 when the
 # kernel has not been fetched (1 then too with AUDIOMW_GUEST_REQUIRED=1).
-# AUDIOMW_GUEST_TIMEOUT bounds the qemu run in seconds (default 300).
+# AUDIOMW_GUEST_TIMEOUT bounds each qemu run in seconds (default 300); a guest that
+# does not come up is booted once more, so the rig takes at most twice that.
 set -euo pipefail
 kernel_dir=${1:?usage: run_guest.sh KERNEL_DIR WORK_DIR PROGRAM...}
 work=${2:?usage: run_guest.sh KERNEL_DIR WORK_DIR PROGRAM...}

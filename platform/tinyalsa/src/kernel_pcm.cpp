@@ -25,8 +25,9 @@ constexpr RefusedFlag kRefusedFlags[] = {
     {PCM_NONBLOCK, "PCM_NONBLOCK"},
 };
 
-// Thresholds of the configuration, tinyalsa's defaults where it gives 0: start and
-// stop at a full buffer, a wake-up per period, no silence filling.
+// Thresholds of the configuration; where it gives 0, tinyalsa's defaults for start and
+// stop (a full buffer) and this library's choice for avail_min (a wake-up per period);
+// no silence filling unless asked for.
 void FillSwParams(const pcm_config& config, unsigned int flags, snd_pcm_sw_params* sw) {
     const unsigned long buffer = static_cast<unsigned long>(config.period_size) * config.period_count;
     *sw = snd_pcm_sw_params{};
@@ -118,6 +119,11 @@ int KernelPcm::Open(pcm* handle, KernelPcm** out) {
 }
 
 int KernelPcm::Prepare(pcm* handle) {
+    std::lock_guard<std::mutex> lock(m_stateMutex);
+    return PrepareLocked(handle);
+}
+
+int KernelPcm::PrepareLocked(pcm* handle) {
     if (m_prepared) {
         return 0;  // prepared, or running since: nothing to do
     }
@@ -129,12 +135,16 @@ int KernelPcm::Prepare(pcm* handle) {
     return 0;
 }
 
+void KernelPcm::Stopped() {
+    std::lock_guard<std::mutex> lock(m_stateMutex);
+    m_prepared = false;
+}
+
 int KernelPcm::Ready(pcm* handle) {
-    if (!m_prepared) {
-        int result = Prepare(handle);
-        if (result != 0) {
-            return result;
-        }
+    std::lock_guard<std::mutex> lock(m_stateMutex);
+    int result = PrepareLocked(handle);
+    if (result != 0) {
+        return result;
     }
     // Playback starts by itself at the start threshold; capture is started here,
     // so that a read shorter than the threshold does not wait for ever.
@@ -176,7 +186,7 @@ int KernelPcm::Transfer(pcm* handle, unsigned char* data, unsigned int frames) {
             return SetPcmError(handle, err, "%s", failure);
         }
         // An xrun stopped the stream: it is prepared again before the next move.
-        m_prepared = false;
+        Stopped();
         if ((m_flags & PCM_NORESTART) != 0 || recovered) {
             return SetPcmError(handle, EPIPE, "%s", failure);  // counted by the caller
         }

@@ -1,10 +1,11 @@
 // One open kernel PCM device node, driven through the kernel's PCM ioctls: blocking
-// interleaved transfers, no mmap. Not thread-safe except Timestamp, which only asks
-// the kernel for the stream's status.
+// interleaved transfers, no mmap. Transfers come from one thread at a time; Prepare
+// and Timestamp may come from any other thread meanwhile.
 #ifndef TINYALSA_SRC_KERNEL_PCM_H
 #define TINYALSA_SRC_KERNEL_PCM_H
 
 #include <ctime>
+#include <mutex>
 
 #include "pcm_handle.h"
 
@@ -37,10 +38,17 @@ class KernelPcm {
     int Transfer(pcm* handle, unsigned char* data, unsigned int frames);
     // Makes the stream ready to move data: prepared, and a capture stream started.
     int Ready(pcm* handle);
+    // Prepare with m_stateMutex held.
+    int PrepareLocked(pcm* handle);
+    // Notes that an xrun stopped the stream.
+    void Stopped();
 
     int m_fd;
     unsigned int m_flags;
     unsigned int m_frameBytes;
+    // Guards the two flags and the prepare and start ioctls that change them; never
+    // held across a transfer, which may block for a period or more.
+    std::mutex m_stateMutex;
     bool m_prepared = false;
     bool m_running = false;
 };
