@@ -9,12 +9,8 @@ using namespace config_test;
 constexpr const char* kAiOp = "AUDIO_AI_LoadFromConfig";
 constexpr const char* kAoOp = "AUDIO_AO_LoadFromConfig";
 
-Logged AiWarn(const std::string& m) {
-    return {UTIL_LOG_WARN, kAiOp, m};
-}
-Logged AoWarn(const std::string& m) {
-    return {UTIL_LOG_WARN, kAoOp, m};
-}
+const auto AiWarn = [](const std::string& m) { return Logged{UTIL_LOG_WARN, kAiOp, m}; };
+const auto AoWarn = [](const std::string& m) { return Logged{UTIL_LOG_WARN, kAoOp, m}; };
 tagAI_XML_CFG_S File(tagAI_XML_CFG_S r, const std::string& path) {
     r.stAttr.eType = AI_DEV_TYPE_FILE;
     std::memcpy(r.stAttr.acFilePath, path.data(), path.size());
@@ -129,12 +125,11 @@ TEST_F(ConfigTest, LoadersTurnSectionsIntoRecordsAndWarnings) {
 
 // A file that cannot be loaded or has no <Audio> root: -1, the error, the list as it was.
 TEST_F(ConfigTest, EveryLoaderFailsOnAFileItCannotUseAndKeepsItsList) {
-    const std::pair<std::string, bool> rows[] = {// text ("-": no file), parses
-                                                 {"-", false},
-                                                 {"", false},
-                                                 {"<Audio><AI Id='0' Name='a'><Device Type='Al", false},
-                                                 {"<Sound><AI Id='0' Name='a'/></Sound>", true},
-                                                 {"<audio><AI Id='0' Name='a'/></audio>", true}};
+    const std::pair<std::string, bool> rows[] = {// clang-format off
+        // text ("-": no file), whether it parses
+        {"-", false}, {"", false}, {"<Audio><AI Id='0' Name='a'><Device Type='Al", false},
+        {"<Sound><AI Id='0' Name='a'/></Sound>", true}, {"<audio><AI Id='0' Name='a'/></audio>", true}};
+    // clang-format on
     for (const auto& row : rows) {
         SCOPED_TRACE(row.first);
         if (row.first != "-") {

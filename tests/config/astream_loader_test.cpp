@@ -1,5 +1,6 @@
 // The stream loader: XML text in, stream records (nodes, adjustments) and warnings out.
 #include <functional>
+#include <tuple>
 
 #include "config_test_util.h"
 #include "host_test.h"
@@ -13,12 +14,8 @@ constexpr auto kOut = ASTREAM_NODE_TYPE_E_OUTPUT, kSwap = ASTREAM_NODE_TYPE_E_SW
                kSplit = ASTREAM_NODE_TYPE_E_SPLIT, kMerge = ASTREAM_NODE_TYPE_E_MERGE,
                kMixin = ASTREAM_NODE_TYPE_E_MIXIN, kAlg = ASTREAM_NODE_TYPE_E_ORVANE_ALG;
 
-Logged Warn(const std::string& m) {
-    return {UTIL_LOG_WARN, kOp, m};
-}
-Logged Info(const std::string& m) {
-    return {UTIL_LOG_INFO, kOp, m};
-}
+const auto Warn = [](const std::string& m) { return Logged{UTIL_LOG_WARN, kOp, m}; };
+const auto Info = [](const std::string& m) { return Logged{UTIL_LOG_INFO, kOp, m}; };
 ASTREAM_NODE_ATTR_S Dump(const std::string& path, int off, int cnt) {
     ASTREAM_NODE_ATTR_S n = Node(ASTREAM_NODE_TYPE_E_DEBUG_DUMP, {});
     std::memcpy(n.unAttr.stDump.acPath, path.data(), path.size());
@@ -197,11 +194,9 @@ TEST_F(ConfigTest, StreamLoaderTurnsSectionsIntoRecordsAndLines) {
         auto it = streams.begin();
         for (const StreamWant& w : row.want) {
             const tagASTREAM_XML_CFG_S& got = *it++;
-            SCOPED_TRACE(w.name);
-            EXPECT_EQ(w.id, got.s32Id);
-            EXPECT_EQ(w.name, Name(got.acName));
-            EXPECT_EQ(w.aiId, got.stAttr.s32AiId);
-            EXPECT_EQ(w.workers, got.stAttr.s32WorkerNum);
+            EXPECT_EQ(
+                std::make_tuple(w.id, w.name, w.aiId, w.workers),
+                std::make_tuple(got.s32Id, Name(got.acName), got.stAttr.s32AiId, got.stAttr.s32WorkerNum));
             ExpectBytes(w.nodes, got.stAttr.lstNodeAttr);
             ExpectBytes(Adjusted<tagAI_ADJ_CFG_S>(w.aiAdj, ai), got.lstAiAdj);
             ExpectBytes(Adjusted<tagAO_ADJ_CFG_S>(w.aoAdj, ao), got.lstAoAdj);
