@@ -42,7 +42,8 @@ std::string Config(const std::string& dir) {
            Section("AI", 1, "Type='Afile' FilePath='" + dir + "/c.pcm'", 2, 32) +
            Section("AO", 0, "Type='Alsa' CardId='10'", 2, 32) +
            Section("AO", 1, "Type='Alsa' CardId='11'", 2, 32) +
-           stream(0, "A", 0, path + "/a.pcm'/><AoAdj Id='0' Volume='1'/><Node Type='Swap' Map='1:0'/>",
+           stream(0, "A", 0,
+                  path + "/a.pcm'/><AoAdj Id='0' SampleRate='16KHZ'/><Node Type='Swap' Map='1:0'/>",
                   "/d0.pcm", 0) +
            stream(2, "B", 0,
                   path + "/b.pcm'/><Node Type='Split' ChnOffset='0' ChnCntA='1' ChnCntB='1'/>" +
