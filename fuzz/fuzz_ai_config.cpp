@@ -1,5 +1,7 @@
 // AUDIO_AI_LoadFromConfig on arbitrary file contents: no crash, no read past a field,
-// and every record it returns keeps the loader's promises.
+// and every record it returns keeps the loader's promises. The list starts with a
+// sentinel record that a failed load must leave byte for byte and a successful one must
+// replace (its id is negative, which no returned record may be).
 #include <cstring>
 
 #include "audio_config.h"
@@ -8,9 +10,17 @@
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     audiomw_fuzz::SetUpScratchRoot();
     audiomw_fuzz::WriteConfig(data, size);
-    std::list<tagAI_XML_CFG_S> list;
+    tagAI_XML_CFG_S sentinel;
+    std::memset(&sentinel, audiomw_fuzz::kSentinelByte, sizeof(sentinel));
+    std::list<tagAI_XML_CFG_S> list{sentinel};
     int ret = AUDIO_AI_LoadFromConfig(list);
-    if (ret != 0 && (ret != -1 || !list.empty())) {
+    if (ret == -1) {
+        if (list.size() != 1 || std::memcmp(&list.front(), &sentinel, sizeof(sentinel)) != 0) {
+            __builtin_trap();
+        }
+        return 0;
+    }
+    if (ret != 0) {
         __builtin_trap();
     }
     for (const tagAI_XML_CFG_S& r : list) {

@@ -9,6 +9,10 @@
 
 namespace audiomw_fuzz {
 
+// Fills the sentinel records that a failed load must leave as they were; every int
+// field of such a record reads negative.
+constexpr uint8_t kSentinelByte = 0xC3;
+
 // Creates the scratch root once per process and installs it as the library's root.
 void SetUpScratchRoot();
 // Replaces the configuration file with `size` bytes of `data`.

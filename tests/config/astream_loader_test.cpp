@@ -1,5 +1,6 @@
 // The stream loader: XML text in, stream records (nodes, adjustments) and warnings out.
 #include <functional>
+#include <tuple>
 
 #include "config_test_util.h"
 #include "host_test.h"
@@ -13,12 +14,8 @@ constexpr auto kOut = ASTREAM_NODE_TYPE_E_OUTPUT, kSwap = ASTREAM_NODE_TYPE_E_SW
                kSplit = ASTREAM_NODE_TYPE_E_SPLIT, kMerge = ASTREAM_NODE_TYPE_E_MERGE,
                kMixin = ASTREAM_NODE_TYPE_E_MIXIN, kAlg = ASTREAM_NODE_TYPE_E_ORVANE_ALG;
 
-Logged Warn(const std::string& m) {
-    return {UTIL_LOG_WARN, kOp, m};
-}
-Logged Info(const std::string& m) {
-    return {UTIL_LOG_INFO, kOp, m};
-}
+const auto Warn = [](const std::string& m) { return Logged{UTIL_LOG_WARN, kOp, m}; };
+const auto Info = [](const std::string& m) { return Logged{UTIL_LOG_INFO, kOp, m}; };
 ASTREAM_NODE_ATTR_S Dump(const std::string& path, int off, int cnt) {
     ASTREAM_NODE_ATTR_S n = Node(ASTREAM_NODE_TYPE_E_DEBUG_DUMP, {});
     std::memcpy(n.unAttr.stDump.acPath, path.data(), path.size());
@@ -81,7 +78,7 @@ std::vector<R> Adjusted(const std::vector<Adj<A>>& adj, const std::list<D>& load
 }
 
 TEST_F(ConfigTest, StreamLoaderTurnsSectionsIntoRecordsAndLines) {
-    const std::string k70 = "/tmp/" + std::string(65, 'd'), k60 = "/tmp/" + std::string(55, 'f');
+    const std::string mb(1 << 20, 'm'), k60 = "/tmp/" + std::string(55, 'f');
     const Row rows[] = {
         // clang-format off
         {"every element and attribute", "<ASTREAM Id='3' Name='Normal' AiId='0' Worker='2'>"
@@ -108,17 +105,17 @@ TEST_F(ConfigTest, StreamLoaderTurnsSectionsIntoRecordsAndLines) {
           Info("StreamId =-1, OuputAoId =0, DumpFrameCount =-1 \n"),
           Warn("Ignore bad <Node type=\"Output\" AoId=\"1\" ChnOffset=\"2\" ChnCnt=\"-1\"/>"),
           Info("StreamId =-1, OuputAoId =2, AudioSourceId =0 \n")}},
-        {"swap maps: short, absent, empty; dump paths of 70 characters keep 63, a missing path drops the node; "
+        {"swap maps: short, absent, empty; a missing dump path drops the node; "
          "split, merge, mixin and algorithm checks print the values as read, -1 counts as missing",
          "<ASTREAM Id='0' Name='c'><Node Type='Swap' Map='1:0'/><Node Type='Swap'/><Node Type='swap' Map=''/>"
-         "<Node Type='Dump' Path='" + k70 + "' ChnOffset='1' ChnCnt='2'/><Node Type='Dump' ChnOffset='0' ChnCnt='2'/>"
-         "<Node Type='Dump' Path='/p' ChnCnt='2'/><Node Type='Split' ChnOffset='0' ChnCntA='2'/>"
+         "<Node Type='Dump' ChnOffset='0' ChnCnt='2'/><Node Type='Dump' Path='/p' ChnCnt='2'/>"
+         "<Node Type='Split' ChnOffset='0' ChnCntA='2'/>"
          "<Node Type='Merge' ChnCntA='1' ChnCntB='1'/><Node Type='Mixin' TargetIndex='3' ChnOffset='1'/>"
          "<Node Type='OrvaneAlg' MicChnOffset='0' MicChnCnt='4' RefChnOffset='6'/>"
          "<Node Type='orvanealg' MicChnOffset='0' MicChnCnt='4' LineInChnCnt='0' RefChnOffset='6'/>"
          "<Node Type='Split' ChnOffset='-1' ChnCntA='1' ChnCntB='1'/></ASTREAM>",
-         {{0, "c", 0, 0, {Node(kSwap, {1, 0}), Node(kSwap, {}), Dump(k70.substr(0, 63), 1, 2), Node(kAlg, {0, 4, 0, 6, -1, -1})},
-           {}, {}}}, {Warn("Ignore bad <Node type=\"Swap\" Map=\"NULL\"/>"),
+         {{0, "c", 0, 0, {Node(kSwap, {1, 0}), Node(kSwap, {}), Node(kAlg, {0, 4, 0, 6, -1, -1})}, {}, {}}},
+         {Warn("Ignore bad <Node type=\"Swap\" Map=\"NULL\"/>"),
           Warn("Ignore bad <Node type=\"Dump\" Path=\"\" ChnOffset=\"0\" ChnCnt=\"2\"/>"),
           Warn("Ignore bad <Node type=\"Dump\" Path=\"/p\" ChnOffset=\"-1\" ChnCnt=\"2\"/>"),
           Warn("Ignore bad <Node type=\"Split\" ChnOffset=\"0\" ChnCntA=\"2\" ChnCntB=\"-1\"/>"),
@@ -167,6 +164,17 @@ TEST_F(ConfigTest, StreamLoaderTurnsSectionsIntoRecordsAndLines) {
          {{2, "", 1, 0, {}, {}, {}}, {1, "a", 0, 0, {}, {}, {}}, {3, "b", 0, 0, {}, {}, {}}, {0, "c", 7, 9, {}, {}, {}}},
          {Warn("Missing attr Name of ASTREAM 1, name left empty"), Warn("Get Id of ASTREAM[] failed, auto set"),
           Warn("Id of ASTREAM[b] has been used, auto set")}},
+        {"megabyte name, map, path and type, 10,000 sections: fields keep 32, 20 and 63, log lines 32, 63 and 64 "
+         "characters; automatic ids run out at 31",
+         "<ASTREAM Id='0' Name='" + mb + "'><Node Type='Swap' Map='" + Repeat("7:", 1 << 19) + "7'/><Node Type='Dump' "
+         "Path='" + mb + "' ChnOffset='1' ChnCnt='2'/><Node Type='Dump' Path='" + mb + "' ChnOffset='0'/><Node Type='" +
+         mb + "'/></ASTREAM>" + Repeat("<ASTREAM Name='s' AiId='0' Worker='1'><Node Type='Swap' Map='1:0'/></ASTREAM>", 10000),
+         Many<StreamWant>({{0, mb.substr(0, 32), 0, 0, {Node(kSwap, std::vector<int>(20, 7)), Dump(mb.substr(0, 63), 1, 2)},
+                           {}, {}}}, 10000, [](int i) { return StreamWant{std::min(i + 1, 31), "s", 0, 1, {Node(kSwap, {1, 0})}, {}, {}}; }),
+         Many<Logged>({Warn("Map of Swap node 1 in ASTREAM[" + mb.substr(0, 32) + "] holds 524289 entries, only the first 20 kept"),
+                       Warn("Ignore bad <Node type=\"Dump\" Path=\"" + mb.substr(0, 63) + "\" ChnOffset=\"0\" ChnCnt=\"-1\"/>"),
+                       Warn("Node 3 ignored because unknown Type \"" + mb.substr(0, 64) + "\"")},
+                      10000, [](int) { return Warn("Get Id of ASTREAM[s] failed, auto set"); })},
         // clang-format on
     };
     for (const Row& row : rows) {
@@ -186,11 +194,9 @@ TEST_F(ConfigTest, StreamLoaderTurnsSectionsIntoRecordsAndLines) {
         auto it = streams.begin();
         for (const StreamWant& w : row.want) {
             const tagASTREAM_XML_CFG_S& got = *it++;
-            SCOPED_TRACE(w.name);
-            EXPECT_EQ(w.id, got.s32Id);
-            EXPECT_EQ(w.name, Name(got.acName));
-            EXPECT_EQ(w.aiId, got.stAttr.s32AiId);
-            EXPECT_EQ(w.workers, got.stAttr.s32WorkerNum);
+            EXPECT_EQ(
+                std::make_tuple(w.id, w.name, w.aiId, w.workers),
+                std::make_tuple(got.s32Id, Name(got.acName), got.stAttr.s32AiId, got.stAttr.s32WorkerNum));
             ExpectBytes(w.nodes, got.stAttr.lstNodeAttr);
             ExpectBytes(Adjusted<tagAI_ADJ_CFG_S>(w.aiAdj, ai), got.lstAiAdj);
             ExpectBytes(Adjusted<tagAO_ADJ_CFG_S>(w.aoAdj, ao), got.lstAoAdj);

@@ -1,5 +1,5 @@
 // Helpers of the configuration tests: expected records, byte-exact comparison, log
-// checks, and the application side (load, create, take down) with its playback cards.
+// checks, configuration text, and the application side (load, create, take down).
 #ifndef AUDIOMW_TESTS_CONFIG_CONFIG_TEST_UTIL_H
 #define AUDIOMW_TESTS_CONFIG_CONFIG_TEST_UTIL_H
 
@@ -36,28 +36,25 @@ T Zeroed() {
 
 // Expected records; every byte not named is zero, as the loaders leave it. `v` holds
 // rate, channels, frames, volume, card, device (missing ones 0).
-template <typename R>
-R Record(int id, const std::string& name, std::vector<int> v, int type) {
+template <typename R, typename A>
+R Record(int id, const std::string& name, std::vector<int> v, int type, int A::*frames) {
     R r = Zeroed<R>();
     v.resize(6);
     r.s32Id = id;
     std::memcpy(r.acName, name.data(), std::min(name.size(), sizeof(r.acName)));
     r.stAttr.eSampleRate = static_cast<tagAI_SAMPLE_RATE_E>(v[0]);
     r.stAttr.s32Channel = v[1];
+    r.stAttr.*frames = v[2];
     r.stAttr.s32Volume = v[3];
     r.stAttr.stAlsaDev = {v[4], v[5], 0};
     r.stAttr.eType = static_cast<decltype(r.stAttr.eType)>(type);
     return r;
 }
 inline tagAI_XML_CFG_S Ai(int id, const std::string& name, std::vector<int> v = {}, int type = 0) {
-    tagAI_XML_CFG_S r = Record<tagAI_XML_CFG_S>(id, name, v, type);
-    r.stAttr.s32FrameLen = v.size() > 2 ? v[2] : 0;
-    return r;
+    return Record<tagAI_XML_CFG_S>(id, name, v, type, &AI_ATTR_S::s32FrameLen);
 }
 inline tagAO_XML_CFG_S Ao(int id, const std::string& name, std::vector<int> v = {}, int type = 0) {
-    tagAO_XML_CFG_S r = Record<tagAO_XML_CFG_S>(id, name, v, type);
-    r.stAttr.s32FrameSize = v.size() > 2 ? v[2] : 0;
-    return r;
+    return Record<tagAO_XML_CFG_S>(id, name, v, type, &AO_ATTR_S::s32FrameSize);
 }
 
 // Expects the lists to hold the same records, byte for byte (padding of unions too).
@@ -83,15 +80,38 @@ inline ASTREAM_NODE_ATTR_S Node(ASTREAM_NODE_TYPE_E type, const std::vector<int>
     return n;
 }
 
-// The lines of `want` are logged in this order, and no warning or error beyond them.
-inline void ExpectLines(const audiomw_test::LogCapture& log, const std::vector<Logged>& want) {
+// `head`, then `n` results of `make(i)`: rows of many sections.
+template <typename T, typename F>
+std::vector<T> Many(std::vector<T> head, int n, F make) {
+    for (int i = 0; i < n; i++) {
+        head.push_back(make(i));
+    }
+    return head;
+}
+
+// The lines of `want` are logged in this order, and no warning or error beyond them
+// (nor any line of the function `op` beyond them, when given).
+inline void ExpectLines(const audiomw_test::LogCapture& log, const std::vector<Logged>& want,
+                        const char* op = "") {
     std::vector<Logged> got;
     for (const Logged& l : log.All()) {
-        if (l.level <= UTIL_LOG_WARN || std::find(want.begin(), want.end(), l) != want.end()) {
+        if (l.level <= UTIL_LOG_WARN || l.func == op ||
+            std::find(want.begin(), want.end(), l) != want.end()) {
             got.push_back(l);
         }
     }
     EXPECT_EQ(want, got);
+}
+
+// Configuration text: an AI or AO section at 16 kHz, and a stream section.
+inline std::string Section(const std::string& tag, int id, const std::string& device, int chn, int frames) {
+    return "<" + tag + " Id='" + std::to_string(id) + "' Name='d'><Device " + device +
+           "/><SampleRate Cur='16KHZ'/><Channel Cur='" + std::to_string(chn) + "'/><FrameSize Cur='" +
+           std::to_string(frames) + "'/></" + tag + ">";
+}
+inline std::string Stream(int id, const std::string& name, int ai, int workers, const std::string& body) {
+    return "<ASTREAM Id='" + std::to_string(id) + "' Name='" + name + "' AiId='" + std::to_string(ai) +
+           "' Worker='" + std::to_string(workers) + "'>" + body + "</ASTREAM>";
 }
 
 class ConfigTest : public audiomw_test::AudioTest {
@@ -144,17 +164,13 @@ struct App {
     }
 };
 
-// Playback PCM (card, 0) with a memory sink, on the given clock; what it received.
-inline void AddPlaybackCard(unsigned int card, const std::string& clock = "free") {
-    std::string line =
-        "pcm card=" + std::to_string(card) + " device=0 dir=playback sink=memory clock=" + clock;
-    ASSERT_EQ(0, vcard_load_text(line.c_str(), "cards")) << vcard_last_error();
+// Virtual cards from their text lines (as TINYALSA_VCARDS files hold them).
+inline void AddCards(const std::string& lines) {
+    ASSERT_EQ(0, vcard_load_text(lines.c_str(), "cards")) << vcard_last_error();
 }
-inline long SinkSize(unsigned int card) {
-    return vcard_memory_size(card, 0);
-}
+// What the memory sink of playback PCM (card, 0) received.
 inline std::vector<uint8_t> SinkBytes(unsigned int card) {
-    std::vector<uint8_t> b(static_cast<size_t>(std::max(0L, SinkSize(card))));
+    std::vector<uint8_t> b(static_cast<size_t>(std::max(0L, vcard_memory_size(card, 0))));
     b.resize(static_cast<size_t>(std::max(0L, vcard_memory_read(card, 0, 0, b.data(), b.size()))));
     return b;
 }
