@@ -218,14 +218,27 @@ extern ASTREAM_HANDLER_S* gs_AstreamHandler[ASTREAM_MAX_NUM];
 
 // Builds pstHandler->lstNode from pstAttr->lstNodeAttr. 0, or -1 with the list empty.
 int AUDIO_ASTREAM_InitPipeline(ASTREAM_HANDLER_S* pstHandler, ASTREAM_ATTR_S* pstAttr);
-// Destroys and frees every node and empties the list. Always 0.
+// Destroys and frees every node and empties the list; 0, also for a null handler. -1,
+// nothing freed, when called from a stream worker (see the lifecycle calls below).
 int AUDIO_ASTREAM_DestroyPipeline(ASTREAM_HANDLER_S* pstHandler);
 
 // ---- Lifecycle ------------------------------------------------------------------------
 
+// A stream worker is any thread running a stream's pipeline, so also the frame callback
+// of an algorithm node. The calls below are safe from a worker as far as documented here;
+// a refusal changes nothing and logs an error (level 3).
+
 int AUDIO_ASTREAM_Create(int s32StreamId, ASTREAM_ATTR_S* pstAttr);
+// Ends the reader and the workers and frees the stream; 0, also for an empty slot. -1,
+// the stream untouched, when called from a stream worker (of either stream: a worker
+// cannot wait for the workers to end) or when the host refuses to end the pool.
 int AUDIO_ASTREAM_Destroy(int s32StreamId);
+// 0, or -1 (or the failing call's code) as the stream's state requires. From a worker
+// it may start the other stream.
 int AUDIO_ASTREAM_Start(int s32StreamId);
+// Ends the reader and closes the AI; 0, or -1 when the slot holds no ready stream. -1,
+// the stream running on, when called from a worker of that same stream; a worker may
+// stop the other stream.
 int AUDIO_ASTREAM_Stop(int s32StreamId);
 int AUDIO_ASTREAM_isReady(int s32StreamId);
 int AUDIO_ASTREAM_isRunning(int s32StreamId);

@@ -99,7 +99,9 @@ int AUDIO_ASTREAM_LoadFromConfig(const std::list<tagAI_XML_CFG_S>& aiList,
 
 // Stops and destroys the stream in slot streamId if there is one, applies cfg's AI and
 // AO adjustments, creates the stream from cfg.stAttr and starts it. cfg is only read.
-// 0, or -1 with the slot left as far as the switch got.
+// 0, or -1 with the slot left as far as the switch got. From a stream worker (an
+// algorithm node's frame callback) it runs only on an empty slot: on a slot holding a
+// stream it returns -1 at once, nothing stopped, adjusted or created.
 int AUDIO_ASTREAM_SwitchToConfig(int streamId, tagASTREAM_XML_CFG_S& cfg);
 
 // ---- Conversions shared by the loaders --------------------------------------------------

@@ -8,7 +8,8 @@
 // line-in channel of the geometry its instance was made with, and one block from the
 // reference pointer. The node hands it only pointers that keep those reads inside pIn:
 // a microphone group outside the stream, or a stream whose rate, frame length or channel
-// counts differ from the shared instance's, is refused at init; a reference offset
+// counts differ from the shared instance's, is refused at init, which leaves the node
+// disabled (as any failed init does); a reference offset
 // outside the stream's blocks is replaced by the silent reference.
 #include <climits>
 #include <cstdlib>
@@ -196,6 +197,49 @@ bool CallLibrary(void* pHandle, const ASTREAM_ORVANE_ALG_ATTR_S& stAttr, char* p
     return true;
 }
 
+// Init's work after the record is copied: checks the stream's geometry and takes (or
+// makes) the instance. 0, or -1 after logging why.
+int AttachInstance(ASTREAM_ORVANE_ALG_NODE_S* pstNode) {
+    const AlgGeometry stGeo = StreamGeometry(pstNode, pstNode->_mstAttr);
+    const int s32Chn = StreamChannels(pstNode);
+    if (!MicGroupFits(pstNode->_mstAttr, stGeo, s32Chn, StreamBlockSize(pstNode))) {
+        AUDIO_LOG_OP(
+            "init", UTIL_LOG_ERR,
+            "Orvane Audio Alg init refused: mic group %d+%d at %d, frame %d, outside %d channels of %u bytes",
+            stGeo.s32MicCnt, stGeo.s32LineInCnt, pstNode->_mstAttr.s32MicChnOffset, stGeo.s32FrameLen, s32Chn,
+            StreamBlockSize(pstNode));
+        return -1;
+    }
+    InstanceGuard lk;
+    AlgGeometry& stInst = audiomw::alg::InstanceGeometry();
+    if (g_OrvaneAlgHandler != nullptr) {
+        if (!audiomw::alg::SameGeometry(stInst, stGeo)) {
+            AUDIO_LOG_OP(
+                "init", UTIL_LOG_ERR,
+                "Orvane Audio Alg init refused: rate:%d frame:%d mic:%d+%d, the instance has rate:%d "
+                "frame:%d mic:%d+%d",
+                stGeo.s32Rate, stGeo.s32FrameLen, stGeo.s32MicCnt, stGeo.s32LineInCnt, stInst.s32Rate,
+                stInst.s32FrameLen, stInst.s32MicCnt, stInst.s32LineInCnt);
+            return -1;
+        }
+        pstNode->_mpAlgHandle = g_OrvaneAlgHandler;
+    } else {
+        pstNode->_mpAlgHandle = CreateInstance(pstNode->_mstAttr, stGeo);
+        if (pstNode->_mpAlgHandle == nullptr) {
+            return -1;
+        }
+        PrepareEmptyRefIn(stGeo.s32FrameLen);
+        stInst = stGeo;
+        g_OrvaneAlgHandler = pstNode->_mpAlgHandle;
+    }
+    char acVer[AUDIO_ALG_VERSION_LEN] = {0};
+    QX_AudioAlgGetVersion(pstNode->_mpAlgHandle, acVer, AUDIO_ALG_VERSION_LEN);
+    acVer[AUDIO_ALG_VERSION_LEN - 1] = '\0';
+    AUDIO_LOG_OP("init", UTIL_LOG_INFO, "Orvane Audio Alg version: %s", acVer);
+    AUDIO_LOG_OP("init", UTIL_LOG_INFO, "Orvane Audio Alg init ok");
+    return 0;
+}
+
 }  // namespace
 
 ASTREAM_ORVANE_ALG_NODE_S::ASTREAM_ORVANE_ALG_NODE_S()
@@ -208,41 +252,12 @@ int ASTREAM_ORVANE_ALG_NODE_S::init(void* pAttr) {
     if (!audiomw::astream::CopyRecord(this, pAttr, &_mstAttr)) {
         return -1;
     }
-    const AlgGeometry stGeo = StreamGeometry(this, _mstAttr);
-    const int s32Chn = StreamChannels(this);
-    if (!MicGroupFits(_mstAttr, stGeo, s32Chn, StreamBlockSize(this))) {
-        AUDIO_LOGE(
-            "Orvane Audio Alg init refused: mic group %d+%d at %d, frame %d, outside %d channels of %u bytes",
-            stGeo.s32MicCnt, stGeo.s32LineInCnt, _mstAttr.s32MicChnOffset, stGeo.s32FrameLen, s32Chn,
-            StreamBlockSize(this));
+    if (AttachInstance(this) != 0) {
+        // Without an instance every frame would fail and be reported: the workers skip
+        // the node instead.
+        audiomw::astream::NodeSetEnable(this, ZN_FALSE);
         return -1;
     }
-    InstanceGuard lk;
-    AlgGeometry& stInst = audiomw::alg::InstanceGeometry();
-    if (g_OrvaneAlgHandler != nullptr) {
-        if (!audiomw::alg::SameGeometry(stInst, stGeo)) {
-            AUDIO_LOGE(
-                "Orvane Audio Alg init refused: rate:%d frame:%d mic:%d+%d, the instance has rate:%d "
-                "frame:%d mic:%d+%d",
-                stGeo.s32Rate, stGeo.s32FrameLen, stGeo.s32MicCnt, stGeo.s32LineInCnt, stInst.s32Rate,
-                stInst.s32FrameLen, stInst.s32MicCnt, stInst.s32LineInCnt);
-            return -1;
-        }
-        _mpAlgHandle = g_OrvaneAlgHandler;
-    } else {
-        _mpAlgHandle = CreateInstance(_mstAttr, stGeo);
-        if (_mpAlgHandle == nullptr) {
-            return -1;
-        }
-        PrepareEmptyRefIn(stGeo.s32FrameLen);
-        stInst = stGeo;
-        g_OrvaneAlgHandler = _mpAlgHandle;
-    }
-    char acVer[AUDIO_ALG_VERSION_LEN] = {0};
-    QX_AudioAlgGetVersion(_mpAlgHandle, acVer, AUDIO_ALG_VERSION_LEN);
-    acVer[AUDIO_ALG_VERSION_LEN - 1] = '\0';
-    AUDIO_LOGI("Orvane Audio Alg version: %s", acVer);
-    AUDIO_LOGI("Orvane Audio Alg init ok");
     return 0;
 }
 
@@ -253,13 +268,15 @@ int ASTREAM_ORVANE_ALG_NODE_S::destroy() {
 
 int ASTREAM_ORVANE_ALG_NODE_S::process(char* pIn, char* pOut, bool& bInPlace) {
     bInPlace = true;
+    if (_mpAlgHandle == nullptr || pIn == nullptr) {
+        // Init failed: no instance to run, and no report (the silent reference it names
+        // may be in the making by another stream's init).
+        return -1;
+    }
     const uint32_t u32ChnSize = StreamBlockSize(this);
     const tagVOR_AUDIO_REF_IN_RES stRefIn = audiomw::alg::LoadRefIn();
     const int s32RefOffset = RefOffset(_mstAttr, stRefIn.u8Source);
     Report(s32RefOffset, stRefIn, u32ChnSize);
-    if (_mpAlgHandle == nullptr || pIn == nullptr) {
-        return -1;  // init failed: no instance to run
-    }
     const int s32Chn = StreamChannels(this);
     char* pcRef = PickReference(_ms32WarnedRefOffset, pIn, stRefIn, s32RefOffset, s32Chn, u32ChnSize);
     if (pcRef == nullptr) {

@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <new>
 
+#include "astream_pipeline.h"
 #include "astream_threads.h"
 #include "audio_ai.h"
 #include "audio_log.h"
@@ -15,6 +16,20 @@ namespace astream {
 namespace {
 
 pthread_mutex_t gs_stSlotMutex = PTHREAD_MUTEX_INITIALIZER;
+// Serialises the lifecycle calls' use of a slot's stream: Create, Start, Stop and the
+// queries hold it throughout, Destroy while it takes the stream out of its slot. A frame
+// callback may stop the other stream while the control thread destroys it; the stream
+// Stop works on then stays alive until Stop returns. Taken before the slot lock, never
+// inside it, and never held while waiting for workers.
+pthread_mutex_t gs_stLifecycleMutex = PTHREAD_MUTEX_INITIALIZER;
+
+class LifecycleGuard {
+  public:
+    LifecycleGuard() { pthread_mutex_lock(&gs_stLifecycleMutex); }
+    ~LifecycleGuard() { pthread_mutex_unlock(&gs_stLifecycleMutex); }
+    LifecycleGuard(const LifecycleGuard&) = delete;
+    LifecycleGuard& operator=(const LifecycleGuard&) = delete;
+};
 
 bool ValidId(int s32StreamId) {
     return s32StreamId >= 0 && s32StreamId < ASTREAM_MAX_NUM;
@@ -121,6 +136,31 @@ int PrepareAi(const ASTREAM_HANDLER_S* pstHandler) {
     return 0;
 }
 
+// Takes the slot's stream out of the table for Destroy into *ppstHandler, so that
+// nothing walking the table (nor a later Stop) meets it any more; null when the slot is
+// empty. -1 after logging when called on a stream worker: a worker cannot wait for its
+// own pool to end, and two workers destroying each other's streams would wait for each
+// other.
+int TakeForDestroy(int s32StreamId, ASTREAM_HANDLER_S** ppstHandler) {
+    LifecycleGuard lk;
+    ASTREAM_HANDLER_S* pstHandler = ValidId(s32StreamId) ? gs_AstreamHandler[s32StreamId] : nullptr;
+    *ppstHandler = nullptr;
+    if (pstHandler == nullptr) {
+        return 0;
+    }
+    if (WorkerStreamId() >= 0) {
+        AUDIO_LOGE_OP(
+            "AUDIO_ASTREAM_Destroy",
+            "ASTREAM[%d] destroy refused: called on a worker of ASTREAM[%d], call it from a control "
+            "thread",
+            s32StreamId, WorkerStreamId());
+        return -1;
+    }
+    PublishSlot(s32StreamId, nullptr);
+    *ppstHandler = pstHandler;
+    return 0;
+}
+
 }  // namespace
 
 void LockSlots() {
@@ -131,12 +171,18 @@ void UnlockSlots() {
     pthread_mutex_unlock(&gs_stSlotMutex);
 }
 
+bool SlotHeld(int s32StreamId) {
+    LifecycleGuard lk;
+    return ValidId(s32StreamId) && gs_AstreamHandler[s32StreamId] != nullptr;
+}
+
 }  // namespace astream
 }  // namespace audiomw
 
 using namespace audiomw::astream;
 
 int AUDIO_ASTREAM_Create(int s32StreamId, ASTREAM_ATTR_S* pstAttr) {
+    LifecycleGuard lk;
     if (ValidId(s32StreamId) && gs_AstreamHandler[s32StreamId] != nullptr) {
         AUDIO_LOGE("ASTREAM[%d] create failed, already in used", s32StreamId);
         return -1;
@@ -172,7 +218,7 @@ int AUDIO_ASTREAM_Create(int s32StreamId, ASTREAM_ATTR_S* pstAttr) {
     pstHandler->pstWorkerPool = UTIL_PF_Create(pstAttr->s32WorkerNum, threadAudioProcessWorker, nullptr);
     if (pstHandler->pstWorkerPool == nullptr) {
         AUDIO_LOGE("ASTREAM[%d] create worker thread pool failed", s32StreamId);
-        AUDIO_ASTREAM_DestroyPipeline(pstHandler);
+        DestroyNodes(pstHandler);
         FreeStream(pstHandler, true);
         return -1;
     }
@@ -186,40 +232,38 @@ int AUDIO_ASTREAM_Create(int s32StreamId, ASTREAM_ATTR_S* pstAttr) {
 }
 
 int AUDIO_ASTREAM_Destroy(int s32StreamId) {
-    if (!ValidId(s32StreamId) || gs_AstreamHandler[s32StreamId] == nullptr) {
-        return 0;
-    }
-    if (WorkerStreamId() >= 0) {
-        // A worker cannot wait for its own pool to end, and two workers destroying each
-        // other's streams would wait for each other.
-        AUDIO_LOGE(
-            "ASTREAM[%d] destroy refused: called on a worker of ASTREAM[%d], call it from a control thread",
-            s32StreamId, WorkerStreamId());
+    ASTREAM_HANDLER_S* pstHandler = nullptr;
+    if (TakeForDestroy(s32StreamId, &pstHandler) != 0) {
         return -1;
     }
-    ASTREAM_HANDLER_S* pstHandler = gs_AstreamHandler[s32StreamId];
+    if (pstHandler == nullptr) {
+        return 0;
+    }
     const bool bRunning = ReaderRunning(pstHandler);
-    // Out of the table first, so that nothing walking the table meets it any more.
-    PublishSlot(s32StreamId, nullptr);
     if (bRunning) {
         UTIL_THREAD_Destory(&pstHandler->stReaderThread, ZN_TRUE);
         AUDIO_LOGI("ASTREAM[%d] reader stopped\n", s32StreamId);
     }
     if (UTIL_PF_Destroy(pstHandler->pstWorkerPool, ZN_TRUE) != 0) {
         // Workers may still run the pipeline: nothing is freed, and the stopped stream
-        // goes back into its slot so that a later Destroy can end it.
+        // goes back into its slot (unless a new one took it meanwhile) so that a later
+        // Destroy can end it.
         AUDIO_LOGE("ASTREAM[%d] worker pool not stopped, stream kept", s32StreamId);
-        PublishSlot(s32StreamId, pstHandler);
+        LifecycleGuard lk;
+        if (gs_AstreamHandler[s32StreamId] == nullptr) {
+            PublishSlot(s32StreamId, pstHandler);
+        }
         return -1;
     }
     AUDIO_LOGI("ASTREAM[%d] worker stopped\n", s32StreamId);
-    AUDIO_ASTREAM_DestroyPipeline(pstHandler);
+    DestroyNodes(pstHandler);
     FreeStream(pstHandler, true);
     AUDIO_LOGI("ASTREAM[%d] destroyed\n", s32StreamId);
     return 0;
 }
 
 int AUDIO_ASTREAM_Start(int s32StreamId) {
+    LifecycleGuard lk;
     ASTREAM_HANDLER_S* pstHandler = ReadyStream(s32StreamId, __func__);
     if (pstHandler == nullptr) {
         return -1;
@@ -248,6 +292,7 @@ int AUDIO_ASTREAM_Start(int s32StreamId) {
 }
 
 int AUDIO_ASTREAM_Stop(int s32StreamId) {
+    LifecycleGuard lk;
     ASTREAM_HANDLER_S* pstHandler = ReadyStream(s32StreamId, __func__);
     if (pstHandler == nullptr) {
         return -1;
@@ -268,11 +313,13 @@ int AUDIO_ASTREAM_Stop(int s32StreamId) {
 }
 
 int AUDIO_ASTREAM_isReady(int s32StreamId) {
+    LifecycleGuard lk;
     const ASTREAM_HANDLER_S* pstHandler = ValidId(s32StreamId) ? gs_AstreamHandler[s32StreamId] : nullptr;
     return pstHandler != nullptr && pstHandler->bReady != ZN_FALSE ? 1 : 0;
 }
 
 int AUDIO_ASTREAM_isRunning(int s32StreamId) {
+    LifecycleGuard lk;
     const ASTREAM_HANDLER_S* pstHandler = ValidId(s32StreamId) ? gs_AstreamHandler[s32StreamId] : nullptr;
     return pstHandler != nullptr && ReaderRunning(pstHandler) ? 1 : 0;
 }

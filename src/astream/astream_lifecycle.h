@@ -15,6 +15,9 @@ namespace astream {
 void LockSlots();
 void UnlockSlots();
 
+// True when stream slot s32StreamId holds a stream, created or only put there.
+bool SlotHeld(int s32StreamId);
+
 }  // namespace astream
 }  // namespace audiomw
 

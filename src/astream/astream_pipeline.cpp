@@ -7,6 +7,7 @@
 #include "astream_mixin_node.h"
 #include "astream_output_node.h"
 #include "astream_split_node.h"
+#include "astream_threads.h"
 #include "astream_swap_node.h"
 #include "audio_alg.h"
 #include "audio_log.h"
@@ -66,6 +67,11 @@ bool AppendNode(ASTREAM_HANDLER_S* pstHandler, ASTREAM_NODE_S* pstNode) {
 
 }  // namespace
 
+void DestroyNodes(ASTREAM_HANDLER_S* pstHandler) {
+    DeleteNodes(pstHandler);
+    AUDIO_LOGI_OP("AUDIO_ASTREAM_DestroyPipeline", "ASTREAM[%d] pipeline destroyed", pstHandler->s32StreamId);
+}
+
 ASTREAM_NODE_S* CreateNode(ASTREAM_NODE_TYPE_E eType, bool* pbKnown) {
     for (const NodeFactory& stFactory : kNodeFactories) {
         if (stFactory.eType == eType) {
@@ -121,7 +127,15 @@ int AUDIO_ASTREAM_DestroyPipeline(ASTREAM_HANDLER_S* pstHandler) {
     if (pstHandler == nullptr) {
         return 0;
     }
-    audiomw::astream::DeleteNodes(pstHandler);
-    AUDIO_LOGI("ASTREAM[%d] pipeline destroyed", pstHandler->s32StreamId);
+    if (audiomw::astream::WorkerStreamId() >= 0) {
+        // A worker runs inside a pipeline: freeing nodes there frees what it, or another
+        // worker, is running.
+        AUDIO_LOGE(
+            "ASTREAM[%d] pipeline destroy refused: called on a worker of ASTREAM[%d], call it from a "
+            "control thread",
+            pstHandler->s32StreamId, audiomw::astream::WorkerStreamId());
+        return -1;
+    }
+    audiomw::astream::DestroyNodes(pstHandler);
     return 0;
 }

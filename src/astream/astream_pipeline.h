@@ -13,6 +13,10 @@ namespace astream {
 // the code or the allocation failed (*pbKnown tells which).
 ASTREAM_NODE_S* CreateNode(ASTREAM_NODE_TYPE_E eType, bool* pbKnown);
 
+// What AUDIO_ASTREAM_DestroyPipeline does, for the lifecycle calls, which tear down a
+// pipeline no worker runs any more (also when Create runs on a worker).
+void DestroyNodes(ASTREAM_HANDLER_S* pstHandler);
+
 }  // namespace astream
 }  // namespace audiomw
 

@@ -25,6 +25,11 @@ int g_instanceCount = 0;
 std::atomic<int> g_inside{0};
 }  // namespace
 
+void qx_script::ForgetInstances() {
+    std::lock_guard<std::mutex> lk(mtx);
+    g_instanceCount = 0;
+}
+
 using qx_script::g;
 
 extern "C" {

@@ -43,6 +43,8 @@ extern std::mutex mtx;
 extern Script g;
 extern std::atomic<int> procCount, maxInside;  // maxInside: most process calls at once
 void Reset();
+// Forgets the instances made so far (a new process's library); only while none is in use.
+void ForgetInstances();
 
 }  // namespace qx_script
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cmath>
+#include <cstdio>
 #include <cstring>
 #include <numeric>
 
@@ -95,6 +96,15 @@ RunResult RunSignals(const std::vector<Signal>& mics, const Signal& ref, int fra
         r.out.insert(r.out.end(), out.begin(), out.end());
     }
     return r;
+}
+
+// A reached figure, for the test report (a property) and for whoever reads the output.
+void Report(const char* what, int mics, int frame, double value) {
+    char name[96], text[32];
+    std::snprintf(name, sizeof(name), "%s_%dmic_frame%d", what, mics, frame);
+    std::snprintf(text, sizeof(text), "%.3f", value);
+    testing::Test::RecordProperty(name, text);
+    std::printf("voice quality: %s = %s\n", name, text);
 }
 
 // Microphones hearing `far` through an echo path, `nearEnd` and noise at -80 dBFS.
@@ -251,6 +261,7 @@ TEST(VoiceQuality, EchoCancelledAndNearEndKept) {
         if (!c.doubleTalk) {
             const double erle =
                 Energy(mics[0], kConverge, r.out.size()) / Energy(r.out, kConverge, r.out.size());
+            Report("erle_db", c.mics, c.frame, 10 * std::log10(erle));
             EXPECT_GT(10 * std::log10(erle), 35.0);
             continue;
         }
@@ -268,6 +279,7 @@ TEST(VoiceQuality, EchoCancelledAndNearEndKept) {
             if (corr > best)
                 best = corr, bestLag = lag;
         }
+        Report("double_talk_corr", c.mics, c.frame, best);
         EXPECT_GT(best, 0.7);
         EXPECT_EQ(bestLag, c.lag);
     }
@@ -309,6 +321,10 @@ TEST(VoiceQuality, VoiceActivityDetectionAndFalseAlarms) {
         }
         ASSERT_GT(speech, 100);
         ASSERT_GT(silent, 100);
+        const std::string name =
+            "noise" + std::to_string(static_cast<int>(c.noiseDbfs)) + (c.farEnd ? "_echo" : "");
+        Report(("vad_detect_pct_" + name).c_str(), 1, static_cast<int>(frame), 100.0 * detected / speech);
+        Report(("vad_false_alarm_pct_" + name).c_str(), 1, static_cast<int>(frame), 100.0 * alarms / silent);
         EXPECT_GT(100.0 * detected / speech, c.minDetection);
         EXPECT_LT(100.0 * alarms / silent, c.maxFalseAlarm);
     }

@@ -21,6 +21,14 @@ namespace {
 std::atomic<bool> g_bArmed{false};
 std::atomic<long> g_s64Count{0};
 std::atomic<size_t> g_u32FirstSize{0};
+std::atomic<size_t> g_u32FailSize{0};
+
+// True once for the armed size: that call fails.
+[[maybe_unused]] bool TakeFailure(size_t u32Size) {
+    size_t u32Armed = u32Size;
+    return u32Size != 0 && g_u32FailSize.load(std::memory_order_relaxed) == u32Size &&
+           g_u32FailSize.compare_exchange_strong(u32Armed, 0, std::memory_order_relaxed);
+}
 
 void Note(size_t u32Size) {
     if (g_bArmed.load(std::memory_order_relaxed) && g_s64Count.fetch_add(1, std::memory_order_relaxed) == 0) {
@@ -62,7 +70,16 @@ void MallocHook(const volatile void*, size_t u32Size) {
 void FreeHook(const volatile void*) {}
 const int g_s32Hooked = __sanitizer_install_malloc_and_free_hooks(MallocHook, FreeHook);
 }  // namespace
+
+bool audiomw_test::AllocFailNext(size_t) {
+    return false;
+}
 #else
+bool audiomw_test::AllocFailNext(size_t u32Size) {
+    g_u32FailSize.store(u32Size);
+    return true;
+}
+
 extern "C" {
 void* __libc_malloc(size_t);
 void* __libc_calloc(size_t, size_t);
@@ -71,6 +88,10 @@ void* __libc_memalign(size_t, size_t);
 
 void* malloc(size_t n) {
     Note(n);
+    if (TakeFailure(n)) {
+        errno = ENOMEM;
+        return nullptr;
+    }
     return __libc_malloc(n);
 }
 void* calloc(size_t n, size_t m) {

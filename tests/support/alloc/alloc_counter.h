@@ -18,6 +18,10 @@ long AllocCount();
 // Size of the first allocation seen while armed (0 when none), to name the culprit.
 size_t AllocFirstSize();
 
+// Makes the next malloc of exactly u32Size bytes, on any thread, return null (once).
+// False, and nothing armed, in sanitizer builds, whose runtime owns malloc.
+bool AllocFailNext(size_t u32Size);
+
 }  // namespace audiomw_test
 
 #endif  // AUDIOMW_TESTS_SUPPORT_ALLOC_ALLOC_COUNTER_H
